@@ -1,0 +1,10 @@
+// Everything a component or a host process needs: libcm and, through it, libzrcore and libzr.
+#ifndef CM_CM_H
+#define CM_CM_H
+
+#include <zr/zr.h>
+#include <zrcore/zrcore.h>
+
+#include <cm/CMComponentStatus.h>
+
+#endif

@@ -1,0 +1,19 @@
+// Everything of libzr: the ZR value types, threads and synchronisation, and the zrbase layer.
+#ifndef ZR_ZR_H
+#define ZR_ZR_H
+
+#include <zr/CBuffer.h>
+#include <zr/CData.h>
+#include <zr/CException.h>
+#include <zr/CMutex.h>
+#include <zr/CThread.h>
+#include <zr/CTimeStamp.h>
+#include <zr/RPtr.h>
+#include <zr/ZRTypes.h>
+#include <zrbase/exception.h>
+#include <zrbase/object_refcount.h>
+#include <zrbase/string_with_format.h>
+#include <zrbase/timecode.h>
+#include <zrbase/timestamp.h>
+
+#endif

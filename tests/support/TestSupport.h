@@ -1,0 +1,46 @@
+// Helpers shared by the tests: an object that reports its own destruction, a temporary
+// directory removed with its contents, and a way to run a function on several threads at once.
+#ifndef CM_TESTS_SUPPORT_TESTSUPPORT_H
+#define CM_TESTS_SUPPORT_TESTSUPPORT_H
+
+#include <zrbase/object_refcount.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+namespace cmtest {
+
+// A reference-counted object that counts live instances, so a test can see leaks and
+// early destruction.
+class Tracked : public zrbase::object_refcount {
+public:
+    explicit Tracked(int value = 0) : mValue(value) { live().fetch_add(1); }
+    ~Tracked() override { live().fetch_sub(1); }
+    int value() const { return mValue; }
+    static std::atomic<int>& live();
+
+private:
+    int mValue;
+};
+
+// A fresh directory under $TMPDIR (or /tmp); removed with everything in it on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return mPath; }
+    std::string file(const std::string& name) const { return mPath + "/" + name; }
+
+private:
+    std::string mPath;
+};
+
+// Runs body(index) on `threads` threads started together and joins them.
+void runConcurrently(int threads, const std::function<void(int)>& body);
+
+}  // namespace cmtest
+
+#endif
