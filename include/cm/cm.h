@@ -6,5 +6,6 @@
 #include <zrcore/zrcore.h>
 
 #include <cm/CMComponentStatus.h>
+#include <cm/CMMetaData.h>
 
 #endif
