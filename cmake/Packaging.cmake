@@ -11,6 +11,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/cmConfig.cmake ${PROJECT_BINARY_DIR}/cmConfigVersion.cmake
         DESTINATION ${CM_CMAKE_DIR})
 
+# The .pc files locate the prefix relative to themselves, so an installed tree can be moved
+# (and installed with --prefix) without regenerating them.
+file(RELATIVE_PATH CM_PC_PREFIX_REL "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 foreach(pc zr zrcore cm)
     configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

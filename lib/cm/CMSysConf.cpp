@@ -66,6 +66,12 @@ bool sys_conf::load_file(const char* path, const char* root) {
     std::string key;
     int status;
     while ((status = xmlTextReaderRead(reader.get())) == 1) {
+        // The reader reports validity errors but reads on; an invalid document fails the
+        // load at its first error, like a parse error.
+        if (m_validation && xmlTextReaderIsValid(reader.get()) == 0) {
+            status = -1;
+            break;
+        }
         const int depth = xmlTextReaderDepth(reader.get());
         switch (xmlTextReaderNodeType(reader.get())) {
             case kElement: {

@@ -1,0 +1,170 @@
+#include <cm/CMSysConf.h>
+
+#include <gtest/gtest.h>
+
+#include "support/TestSupport.h"
+
+#include <climits>
+#include <fstream>
+#include <string>
+#include <vector>
+
+using ZR::CM::sys_conf;
+
+namespace {
+
+// Each test case runs in a process of its own, so the instance starts empty every time.
+std::string write(const cmtest::TempDir& dir, const std::string& name, const std::string& text) {
+    const std::string path = dir.file(name);
+    std::ofstream(path) << text;
+    return path;
+}
+
+const char kDtd[] = R"(<!ELEMENT cfg (common)>
+<!ELEMENT common (dir | empty | flag | level | logging)*>
+<!ELEMENT dir (#PCDATA)>
+<!ELEMENT empty (#PCDATA)>
+<!ELEMENT flag (#PCDATA)>
+<!ELEMENT level (#PCDATA)>
+<!ELEMENT logging (filelog-path)*>
+<!ELEMENT filelog-path (#PCDATA)>
+)";
+
+}  // namespace
+
+TEST(SysConfTest, FlattensElementsIntoDottedKeysAndAccumulatesRepeats) {
+    cmtest::TempDir dir;
+    write(dir, "cfg.dtd", kDtd);
+    const std::string path = write(dir, "cfg.xml", R"(<?xml version="1.0"?>
+<!DOCTYPE cfg SYSTEM "cfg.dtd">
+<cfg>
+  <common>
+    <dir>a</dir>
+    <dir>b</dir>
+    <logging><filelog-path>@logs</filelog-path></logging>
+    <empty></empty>
+    <flag>TRUE</flag>
+    <level>42abc</level>
+  </common>
+</cfg>)");
+    sys_conf& conf = sys_conf::instance();
+    EXPECT_FALSE(conf.is_config_loaded());
+    ASSERT_TRUE(conf.load_file(path.c_str(), "/opt/app/"));
+    EXPECT_TRUE(conf.is_config_loaded());
+
+    EXPECT_EQ(conf.get_value("common.dir", "x"), "a;b");
+    std::vector<std::string> dirs;
+    conf.get_array(dirs, "common.dir", ';');
+    EXPECT_EQ(dirs, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(conf.get_value("common.logging.filelog-path", ""), "/opt/app/logs");
+    EXPECT_EQ(conf.get_value("common.empty", "fallback"), "fallback");
+    EXPECT_EQ(conf.get_int("common.empty", 7), 7);
+    EXPECT_FALSE(conf.get_bool("common.flag", true));  // exact comparison: TRUE is not true
+    EXPECT_EQ(conf.get_int("common.level", 0), 42);
+    EXPECT_EQ(conf.get_value("cfg.common.dir", "root names no key"), "root names no key");
+
+    // Loaded once per process: another file is not read.
+    const std::string other = write(dir, "other.xml", "<cfg><common><dir>z</dir></common></cfg>");
+    EXPECT_TRUE(conf.load_file(other.c_str(), "/"));
+    EXPECT_EQ(conf.get_value("common.dir", ""), "a;b");
+}
+
+TEST(SysConfTest, FailedLoadsKeepWhatWasReadAndMayBeRetried) {
+    cmtest::TempDir dir;
+    sys_conf& conf = sys_conf::instance();
+    EXPECT_FALSE(conf.load_file(dir.file("missing.xml").c_str(), ""));
+
+    // Not valid against its DTD: what was read before the error stays. The reader parses
+    // ahead, so the error stands well after the first elements.
+    write(dir, "cfg.dtd", kDtd);
+    std::string body;
+    for (int i = 0; i < 2000; ++i) {
+        body += "<dir>kept</dir>\n";
+    }
+    const std::string invalid = write(dir, "invalid.xml", R"(<?xml version="1.0"?>
+<!DOCTYPE cfg SYSTEM "cfg.dtd">
+<cfg><common>)" + body + "<undeclared>x</undeclared></common></cfg>");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(conf.load_file(invalid.c_str(), ""));
+    testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(conf.is_config_loaded());
+    std::vector<std::string> kept;
+    conf.get_array(kept, "common.dir", ';');
+    ASSERT_FALSE(kept.empty());
+    EXPECT_LT(kept.size(), 2000u);
+    EXPECT_EQ(kept.front(), "kept");
+
+    const std::string broken = write(dir, "broken.xml", "<cfg><common><dir>x</common>");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(conf.load_file(broken.c_str(), ""));
+    testing::internal::GetCapturedStderr();
+
+    // Without validation the undeclared element is read; "@" in the path is the root.
+    conf.set_validation(false);
+    write(dir, "plain.xml", "<x><common><undeclared>y</undeclared></common></x>");
+    EXPECT_TRUE(conf.load_file("@plain.xml", (dir.path() + "/").c_str()));
+    EXPECT_EQ(conf.get_value("common.undeclared", ""), "y");
+}
+
+TEST(SysConfTest, SelfClosingElementIsNeverLeft) {
+    cmtest::TempDir dir;
+    sys_conf& conf = sys_conf::instance();
+    conf.set_validation(false);
+    const std::string path =
+        write(dir, "c.xml", "<x><common><gone/><after>v</after></common></x>");
+    ASSERT_TRUE(conf.load_file(path.c_str(), ""));
+    EXPECT_EQ(conf.get_value("common.gone.after", ""), "v");
+}
+
+TEST(SysConfTest, TypedGettersAndSetters) {
+    sys_conf& conf = sys_conf::instance();
+    conf.set_value("k.text", "avc1");
+    EXPECT_EQ(conf.get_fourcc("k.text", "none"), 0x61766331u);
+    EXPECT_EQ(conf.get_fourcc("k.missing", "mp4a"), 0x6d703461u);
+    conf.set_value("k.five", "abcde");
+    EXPECT_EQ(conf.get_fourcc("k.five", "xxxx"), 0u);
+    EXPECT_EQ(conf.get_fourcc("k.missing", "abc"), 0u);
+
+    for (const char* yes : {"true", "yes", "1", "on"}) {
+        conf.set_value("k.b", yes);
+        EXPECT_TRUE(conf.get_bool("k.b", false)) << yes;
+    }
+    conf.set_value("k.b", "off");
+    EXPECT_FALSE(conf.get_bool("k.b", true));
+    conf.set_bool("k.b", true);
+    EXPECT_EQ(conf.get_value("k.b", ""), "true");
+
+    conf.set_int("k.i", -17);
+    EXPECT_EQ(conf.get_value("k.i", ""), "-17");
+    EXPECT_EQ(conf.get_int("k.i", 0), -17);
+    conf.set_float("k.f", 1.0f / 3.0f);
+    EXPECT_EQ(conf.get_value("k.f", ""), "0.333333");
+    EXPECT_FLOAT_EQ(conf.get_float("k.f", 0.0f), 0.333333f);
+    EXPECT_FLOAT_EQ(conf.get_float("k.none", 2.5f), 2.5f);
+    conf.set_fourcc("k.cc", 0x76696465);
+    EXPECT_EQ(conf.get_value("k.cc", ""), "vide");
+
+    conf.append_value("k.list", "a");
+    conf.append_value("k.list", "");
+    conf.append_value("k.list", "c");
+    std::vector<std::string> pieces{"before"};
+    conf.get_array(pieces, "k.list", ';');
+    EXPECT_EQ(pieces, (std::vector<std::string>{"before", "a", "", "c"}));
+    pieces.clear();
+    conf.set_value("k.trailing", "x;;");
+    conf.get_array(pieces, "k.trailing", ';');
+    EXPECT_EQ(pieces, (std::vector<std::string>{"x", ""}));
+    conf.get_array(pieces, "k.absent", ';');
+    EXPECT_EQ(pieces.size(), 2u);
+}
+
+TEST(ItoaTest, WritesSignedDecimal) {
+    char buffer[16];
+    const std::pair<int, const char*> cases[] = {
+        {0, "0"}, {7, "7"}, {-7, "-7"}, {1234567890, "1234567890"},
+        {INT_MAX, "2147483647"}, {INT_MIN, "-2147483648"}};
+    for (const auto& c : cases) {
+        ZR::CM::itoa(c.first, buffer);
+        EXPECT_STREQ(buffer, c.second);
+    }
+}
