@@ -41,7 +41,8 @@ TEST(RPtrTest, LastReferenceDestroysTheObject) {
 TEST(RPtrTest, AssignmentRetainsTheNewBeforeReleasingTheOld) {
     const int before = Tracked::live();
     RPtr<Tracked> p(new Tracked(1));
-    p = p;  // self-assignment must not destroy the object
+    const RPtr<Tracked>& alias = p;
+    p = alias;  // self-assignment must not destroy the object
     EXPECT_EQ(p->retain_count(), 1);
     p = p.addr();
     EXPECT_EQ(p->retain_count(), 1);
