@@ -5,7 +5,10 @@
 #include <zr/zr.h>
 #include <zrcore/zrcore.h>
 
+#include <cm/CMComponentConfiguration.h>
+#include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
+#include <cm/CMFormatObjectMap.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMSysConf.h>
 

@@ -117,6 +117,10 @@ protected:
 
 class RString : public CString, public zrbase::object_refcount {
 public:
+    // The reference count's release(), not CBuffer's protected one of the same name, so
+    // that RPtr<RString> compiles.
+    using zrbase::object_refcount::release;
+
     RString() noexcept = default;
     RString(const char* text) : CString(text) {}
     RString(const CString& text) : CString(text) {}

@@ -16,6 +16,11 @@ constexpr unsigned int fourcc(const char (&code)[5]) {
 // 0xFFFFFFFF stands for "any" in every format, kind and media field.
 constexpr unsigned int kAnyFourCC = 0xFFFFFFFFu;
 
+// The code of the first four characters of a text read from a file or a settings value.
+// A shorter text counts as padded with zero bytes ("mp3" -> 0x6D703300, "" -> 0), so no byte
+// past its terminating NUL is ever read; a null text gives 0.
+unsigned int fourccFromText(const char* text) noexcept;
+
 // Orders C strings by their text, byte by byte as unsigned characters.
 struct lestr {
     bool operator()(const char* a, const char* b) const noexcept;

@@ -13,6 +13,11 @@ prefix=$work/prefix
 cmake --install "$build_dir" --prefix "$prefix" >/dev/null
 libdir=$(ls -d "$prefix"/lib*/pkgconfig | head -n 1 | xargs dirname)
 
+echo "== data files"
+for file in info.dtd cm-config.dtd cm.conf; do
+    test -f "$prefix/share/cm/$file" || { echo "not installed: share/cm/$file"; exit 1; }
+done
+
 echo "== pkg-config"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 "$cxx" -std=c++17 -o "$work/hello-pc" "$src_dir/hello.cpp" $(pkg-config --cflags --libs cm)
