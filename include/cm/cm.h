@@ -7,5 +7,6 @@
 
 #include <cm/CMComponentStatus.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMQueueNode.h>
 
 #endif
