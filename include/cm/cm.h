@@ -6,6 +6,7 @@
 #include <zrcore/zrcore.h>
 
 #include <cm/CMComponentStatus.h>
+#include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMQueueNode.h>
 
