@@ -9,5 +9,6 @@
 #include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMQueueNode.h>
+#include <cm/CMQueueRW.h>
 
 #endif
