@@ -10,5 +10,6 @@
 #include <cm/CMMetaData.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMQueueRW.h>
+#include <cm/CMTrackInfo.h>
 
 #endif
