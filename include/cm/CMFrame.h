@@ -72,9 +72,9 @@ public:
 
     // Replaces the data. Copying keeps the block when it is large enough (a frame never
     // shrinks its block) and otherwise grows it to exactly `size`; adopting takes `data`
-    // (a malloc() block) as the new block with capacity `size`. Throws CException
-    // "Memory allocation error." when no block can hold the copy; the frame then keeps its
-    // old size, and after a failed growth it has no block (destroy it).
+    // (a malloc() block; null empties the frame) as the new block with capacity `size`.
+    // Throws CException "Memory allocation error." when no block can hold the copy; the
+    // frame then keeps its old size, and after a failed growth it has no block (destroy it).
     void setData(unsigned int size, unsigned char* data, ConstructionFlags flags);
     // Takes `data` for the current size into a block of the current capacity, replacing
     // the block; the constructors fill a frame through it.
@@ -118,9 +118,11 @@ private:
 
     // A block of capacity + 64 bytes; null when out of memory.
     static Block allocateBlock(unsigned int capacity) noexcept;
-    // Copies n bytes into block; a null source (a caller's error) gives zeros.
-    static void copyInto(unsigned char* block, const unsigned char* source,
-                         unsigned int n) noexcept;
+    // Copies n bytes into block, then frees the source if the flags say so. A null source
+    // (a caller's error) gives zeros.
+    static void copyInto(unsigned char* block, unsigned char* source, unsigned int n,
+                         ConstructionFlags flags) noexcept;
+    void adopt(unsigned char* data, unsigned int size) noexcept;
 
     unsigned int mFrameNumber = 0;  // frame index; for audio, the number of the first sample
     CTimeStamp mStartTime;          // presentation time, seconds

@@ -105,7 +105,7 @@ RFrame::RFrame(const RFrame& other)
     if (!mData) {
         ZR_THROW(kFile, kAllocationError);
     }
-    copyInto(mData.get(), other.mData.get(), mSize);
+    copyInto(mData.get(), other.mData.get(), mSize, ConstructionCopy);
 }
 
 RFrame::~RFrame() = default;
@@ -114,25 +114,30 @@ RFrame::Block RFrame::allocateBlock(unsigned int capacity) noexcept {
     return Block(static_cast<unsigned char*>(std::malloc(capacity + kBlockSlack)));
 }
 
-void RFrame::copyInto(unsigned char* block, const unsigned char* source, unsigned int n) noexcept {
-    if (n == 0) {
-        return;
-    }
+void RFrame::copyInto(unsigned char* block, unsigned char* source, unsigned int n,
+                      ConstructionFlags flags) noexcept {
     // memmove: a caller may hand back bytes of this very block.
-    if (source) {
+    if (n > 0 && source) {
         std::memmove(block, source, n);
-    } else {
+    } else if (n > 0) {
         std::memset(block, 0, n);
     }
+    if (flags & ConstructionFreeSource) {
+        std::free(source);
+    }
+}
+
+void RFrame::adopt(unsigned char* data, unsigned int size) noexcept {
+    if (data != mData.get()) {
+        mData.reset(data);
+    }
+    // Adopting nothing leaves an empty frame rather than a size without bytes.
+    mCapacity = mSize = data ? size : 0;
 }
 
 void RFrame::initWithData(unsigned char* data, ConstructionFlags flags) {
     if (!(flags & ConstructionCopy)) {
-        // Adopting nothing leaves an empty frame rather than a size without bytes.
-        mData.reset(data);
-        if (!data) {
-            mSize = mCapacity = 0;
-        }
+        adopt(data, mSize);
         return;
     }
     // The old block goes only after the copy: `data` may lie in it.
@@ -140,19 +145,13 @@ void RFrame::initWithData(unsigned char* data, ConstructionFlags flags) {
     if (!block) {
         ZR_THROW(kFile, kAllocationError);
     }
-    copyInto(block.get(), data, mSize);
+    copyInto(block.get(), data, mSize, flags);
     mData = std::move(block);
-    if (flags & ConstructionFreeSource) {
-        std::free(data);
-    }
 }
 
 void RFrame::setData(unsigned int size, unsigned char* data, ConstructionFlags flags) {
     if (!(flags & ConstructionCopy)) {
-        if (data != mData.get()) {
-            mData.reset(data);
-        }
-        mCapacity = mSize = data ? size : 0;
+        adopt(data, size);
         return;
     }
     if (size > mCapacity) {
@@ -164,11 +163,8 @@ void RFrame::setData(unsigned int size, unsigned char* data, ConstructionFlags f
     if (!mData) {
         ZR_THROW(kFile, kAllocationError);
     }
-    copyInto(mData.get(), data, size);
+    copyInto(mData.get(), data, size, flags);
     mSize = size;
-    if (flags & ConstructionFreeSource) {
-        std::free(data);
-    }
 }
 
 // ---------------------------------------------------------------------------------------------
