@@ -9,7 +9,11 @@
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
 #include <cm/CMFormatObjectMap.h>
+#include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMQueueNode.h>
+#include <cm/CMQueueRW.h>
 #include <cm/CMSysConf.h>
+#include <cm/CMTrackInfo.h>
 
 #endif

@@ -1,7 +1,10 @@
 #include "support/TestSupport.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -27,6 +30,26 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(mPath, ignored);
 }
 
+AddressSpaceLimit::AddressSpaceLimit(std::size_t headroom) {
+    if (getrlimit(RLIMIT_AS, &mSaved) != 0) {
+        throw std::runtime_error("getrlimit failed");
+    }
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    if (pages == 0) {
+        throw std::runtime_error("cannot read /proc/self/statm");
+    }
+    rlimit limited = mSaved;
+    limited.rlim_cur = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + headroom;
+    if (setrlimit(RLIMIT_AS, &limited) != 0) {
+        throw std::runtime_error("setrlimit failed");
+    }
+}
+
+AddressSpaceLimit::~AddressSpaceLimit() {
+    setrlimit(RLIMIT_AS, &mSaved);
+}
+
 void runConcurrently(int threads, const std::function<void(int)>& body) {
     std::atomic<bool> go{false};
     std::vector<std::thread> pool;
@@ -45,3 +68,12 @@ void runConcurrently(int threads, const std::function<void(int)>& body) {
 }
 
 }  // namespace cmtest
+
+// Read by the sanitizer runtimes at start-up: an allocation that fails under
+// AddressSpaceLimit returns null, as it does without sanitizers.
+extern "C" const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+extern "C" const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}

@@ -1,11 +1,15 @@
 // Helpers shared by the tests: an object that reports its own destruction, a temporary
-// directory removed with its contents, and a way to run a function on several threads at once.
+// directory removed with its contents, a way to run a function on several threads at once,
+// and a way to make large allocations fail.
 #ifndef CM_TESTS_SUPPORT_TESTSUPPORT_H
 #define CM_TESTS_SUPPORT_TESTSUPPORT_H
 
 #include <zrbase/object_refcount.h>
 
+#include <sys/resource.h>
+
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -36,6 +40,20 @@ public:
 
 private:
     std::string mPath;
+};
+
+// Limits the address space of the process to what it maps now plus `headroom` bytes while
+// the object lives, so that a larger allocation fails the way it does when memory runs out.
+// The sanitizer allocators are told to return null instead of aborting in that case.
+class AddressSpaceLimit {
+public:
+    explicit AddressSpaceLimit(std::size_t headroom);
+    ~AddressSpaceLimit();
+    AddressSpaceLimit(const AddressSpaceLimit&) = delete;
+    AddressSpaceLimit& operator=(const AddressSpaceLimit&) = delete;
+
+private:
+    rlimit mSaved;
 };
 
 // Runs body(index) on `threads` threads started together and joins them.

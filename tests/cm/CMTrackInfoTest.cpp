@@ -1,0 +1,209 @@
+#include <cm/CMTrackInfo.h>
+
+#include <zr/RPtr.h>
+#include <zr/ZRTypes.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+using namespace ZR;
+using namespace ZR::CM;
+
+namespace {
+
+// Expected wire bytes, written out field by field.
+struct Bytes {
+    std::vector<unsigned char> v;
+    Bytes& u32(std::uint32_t x) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            v.push_back(static_cast<unsigned char>(x >> shift));
+        }
+        return *this;
+    }
+    Bytes& u64(std::uint64_t x) { return u32(static_cast<std::uint32_t>(x >> 32)).u32(x); }
+    Bytes& text(const char* s) {
+        u32(static_cast<std::uint32_t>(std::strlen(s) + 1));
+        v.insert(v.end(), s, s + std::strlen(s) + 1);
+        return *this;
+    }
+    // The seven fields every track form starts with; the real is written as its bits.
+    Bytes& track(std::uint32_t id, const char (&type)[5], std::uint32_t value, std::uint64_t start,
+                 std::uint64_t duration, double real, std::uint64_t size) {
+        std::uint64_t bits;
+        std::memcpy(&bits, &real, sizeof bits);
+        return u32(id).u32(fourcc(type)).u32(value).u64(start).u64(duration).u64(bits).u64(size);
+    }
+    Bytes& append(const Bytes& more) {
+        v.insert(v.end(), more.v.begin(), more.v.end());
+        return *this;
+    }
+};
+
+// The movie numbers every test uses: 12.9 s travels as 12.
+RPtr<RMovieInfo> movieNamed(const char* name) {
+    RPtr<RMovieInfo> movie(new RMovieInfo());
+    movie->mMovieDuration = 12.9;
+    movie->mMovieValue1 = 0x0102030405060708ull;
+    movie->mMovieValue2 = 600;
+    movie->mMovieName = name;
+    movie->setMetaValue("title", "not on the wire");
+    return movie;
+}
+
+Bytes movieHeader(const char* name, std::uint32_t tracks) {
+    return Bytes().u64(12).u64(0x0102030405060708ull).u64(600).text(name).u32(tracks);
+}
+
+std::vector<unsigned char> wire(const RMovieInfo& movie) {
+    CData data;
+    data << movie;
+    return std::vector<unsigned char>(data.getData(), data.getData() + data.getSize());
+}
+
+RPtr<RMovieInfo> readMovie(const std::vector<unsigned char>& bytes, bool* failed = nullptr) {
+    CData data(bytes.data(), static_cast<int>(bytes.size()));
+    RPtr<RMovieInfo> movie(new RMovieInfo());
+    data >> *movie;
+    if (failed) {
+        *failed = data.failed();
+    }
+    return movie;
+}
+
+RHintTrackInfo* filledHintTrack() {
+    auto* hint = new RHintTrackInfo();
+    hint->mTrackID = 3;
+    hint->mTrackDuration = 60.0;
+    hint->mHintValue = 96;
+    hint->mHintName = "rtp";
+    hint->mHintLines = {CString("a=x"), CString("b=yy")};
+    return hint;
+}
+
+}  // namespace
+
+TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
+    RPtr<RMovieInfo> movie = movieNamed("clip");
+    movie->addTrack(new RVideoTrackInfo(1, 25, 1.9, 120.5, 0.25, 1000, 1920, 1080, 29.97));
+    movie->addTrack(new RAudioTrackInfo(2, 48000, 0.0, 3.0, -1.5, 5, 2, 16, 44100.0));
+    movie->addTrack(filledHintTrack());
+    auto* text = new RTextTrackInfo();
+    text->mMediaType = fourcc("text");
+    movie->addTrack(text);
+
+    Bytes tracks;
+    tracks.u32(fourcc("vide")).track(1, "vide", 25, 1, 120, 0.25, 1000).u32(1920).u32(1080).u64(29);
+    tracks.u32(fourcc("audi")).track(2, "audi", 48000, 0, 3, -1.5, 5).u32(2).u32(16).u64(44100);
+    tracks.u32(fourcc("hint")).track(3, "hint", 0, 0, 60, 0.0, 0).u32(96).text("rtp");
+    tracks.u32(2).text("a=x").text("b=yy");
+    EXPECT_EQ(wire(*movie), movieHeader("clip", 4).append(tracks).u32(fourcc("text")).v);
+
+    // Read back, every kind but text returns as its own class, and travels again as it came.
+    RPtr<RMovieInfo> back = readMovie(wire(*movie));
+    ASSERT_EQ(back->mTracks.size(), 3u);
+    EXPECT_NE(dynamic_cast<RVideoTrackInfo*>(back->mTracks[0]), nullptr);
+    EXPECT_NE(dynamic_cast<RAudioTrackInfo*>(back->mTracks[1]), nullptr);
+    EXPECT_NE(dynamic_cast<RHintTrackInfo*>(back->mTracks[2]), nullptr);
+    EXPECT_EQ(back->mMovieDuration, 12.0);
+    EXPECT_EQ(back->mTracks[0]->mTrackStart, 1.0);
+    EXPECT_EQ(back->getMetaCount(), 0);
+    EXPECT_EQ(wire(*back), movieHeader("clip", 3).append(tracks).v);
+}
+
+TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
+    RPtr<RMovieInfo> movie = movieNamed("h");
+    movie->addTrack(new RHintTrackInfo(7, 8, 2.5, 4.0, 0.5, 9, 96, "name", {CString("m=")}));
+    EXPECT_EQ(movie->mTracks[0]->mMediaType, fourcc("audi"));
+    // The audio form without the hint fields; zeros stand in for the kind values a hint
+    // track does not have.
+    Bytes track = Bytes().u32(fourcc("audi")).track(7, "audi", 8, 2, 4, 0.5, 9).u32(0).u32(0);
+    EXPECT_EQ(wire(*movie), movieHeader("h", 1).append(track).u64(0).v);
+    RPtr<RMovieInfo> back = readMovie(wire(*movie));
+    ASSERT_EQ(back->mTracks.size(), 1u);
+    EXPECT_NE(dynamic_cast<RAudioTrackInfo*>(back->mTracks[0]), nullptr);
+}
+
+TEST(MovieInfoTest, EmptyMovieAndTrackSelection) {
+    EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).v);
+
+    RPtr<RMovieInfo> movie(new RMovieInfo(3));
+    movie->addTrack(new RAudioTrackInfo());
+    movie->addTrack(new RVideoTrackInfo());
+    movie->addTrack(new RAudioTrackInfo());
+    const std::vector<RTrackInfo*> audio = movie->getTracksForMedia(fourcc("audi"));
+    EXPECT_EQ(audio, (std::vector<RTrackInfo*>{movie->mTracks[0], movie->mTracks[2]}));
+    EXPECT_EQ(movie->getTracksForMedia(kAnyFourCC), movie->mTracks);
+    EXPECT_TRUE(movie->getTracksForMedia(fourcc("hint")).empty());
+    EXPECT_THROW(RMovieInfo(-1), std::length_error);
+}
+
+TEST(MovieInfoTest, MovieOwnsOneReferencePerTrack) {
+    RPtr<RVideoTrackInfo> held(new RVideoTrackInfo());
+    held->retain();  // the reference the movie takes over
+    {
+        RPtr<RMovieInfo> movie = movieNamed("m");
+        movie->addTrack(held.addr());
+        movie->addTrack(new RAudioTrackInfo());  // nobody holds it yet: it becomes the movie's
+        EXPECT_EQ(held->retain_count(), 2);
+        EXPECT_EQ(movie->mTracks[1]->retain_count(), 1);
+
+        RPtr<RMovieInfo> copy(new RMovieInfo(*movie));
+        EXPECT_EQ(copy->mTracks, movie->mTracks);
+        EXPECT_EQ(held->retain_count(), 3);
+        EXPECT_TRUE(copy->getMetaValue("title") == "not on the wire");
+    }
+    EXPECT_EQ(held->retain_count(), 1);
+}
+
+TEST(MovieInfoTest, TruncatedOrGarbageStreamsCreateOnlyCompleteTracks) {
+    RPtr<RMovieInfo> movie = movieNamed("clip");
+    movie->addTrack(new RVideoTrackInfo(1, 25, 1, 2, 0.5, 10, 640, 480, 25));
+    movie->addTrack(filledHintTrack());
+    movie->addTrack(new RAudioTrackInfo(2, 8000, 0, 2, 0.5, 10, 1, 2, 3));
+    const std::vector<unsigned char> full = wire(*movie);
+
+    // Each prefix is a copy of exactly its bytes, so the sanitizers see any read beyond.
+    std::size_t tracksSoFar = 0;
+    for (std::size_t cut = 0; cut < full.size(); ++cut) {
+        bool failed = false;
+        RPtr<RMovieInfo> back = readMovie({full.begin(), full.begin() + cut}, &failed);
+        EXPECT_TRUE(failed) << cut;
+        ASSERT_LE(back->mTracks.size(), 2u) << cut;
+        EXPECT_GE(back->mTracks.size(), tracksSoFar) << cut;
+        tracksSoFar = back->mTracks.size();
+        for (std::size_t i = 0; i < tracksSoFar; ++i) {
+            EXPECT_EQ(back->mTracks[i]->mTrackID, movie->mTracks[i]->mTrackID) << cut;
+        }
+    }
+    EXPECT_EQ(tracksSoFar, 2u);
+
+    // A huge track count over a few type words reads only what is there.
+    bool failed = false;
+    const Bytes hostile = movieHeader("x", 0xFFFFFFFFu).u32(fourcc("text")).u32(fourcc("vide"));
+    EXPECT_TRUE(readMovie(hostile.v, &failed)->mTracks.empty());
+    EXPECT_TRUE(failed);
+
+    // Random streams, and the real one with a few bytes changed.
+    std::mt19937 random(1234);
+    for (int round = 0; round < 400; ++round) {
+        std::vector<unsigned char> bytes = full;
+        if (round % 2) {
+            bytes.resize(random() % 256);
+            for (unsigned char& byte : bytes) {
+                byte = static_cast<unsigned char>(random());
+            }
+        } else {
+            bytes[random() % bytes.size()] = static_cast<unsigned char>(random());
+        }
+        const RPtr<RMovieInfo> back = readMovie(bytes);
+        for (const RTrackInfo* track : back->mTracks) {
+            EXPECT_TRUE(dynamic_cast<const RVideoTrackInfo*>(track) ||
+                        dynamic_cast<const RAudioTrackInfo*>(track) ||
+                        dynamic_cast<const RHintTrackInfo*>(track));
+        }
+    }
+}
