@@ -2,7 +2,7 @@
 // copying one (what every reader of a queue does), and passing a frame through a queue
 // with one reader. Each runs at 188 bytes (a transport-stream packet), 4 KiB and 1 MiB.
 #include <cm/CMFrame.h>
-#include <cm/CMQueueRW.h>
+#include <cm/CMQueue.h>
 
 #include <benchmark/benchmark.h>
 

@@ -12,7 +12,7 @@
 #include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMQueueNode.h>
-#include <cm/CMQueueRW.h>
+#include <cm/CMQueue.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
 

@@ -15,8 +15,8 @@
 // a monitor may call those from any thread (never while holding the mutex). The end flag
 // and the two read-frame times may be read at any time. Name, flags, media format and
 // clear() take no lock: they belong to whoever assembles or resets the pipeline.
-#ifndef CM_CMQUEUERW_H
-#define CM_CMQUEUERW_H
+#ifndef CM_CMQUEUE_H
+#define CM_CMQUEUE_H
 
 #include <cm/CMQueueNode.h>
 #include <zr/CBuffer.h>
@@ -78,6 +78,9 @@ public:
 
     // Takes the mutex: marks the end of the queue and wakes waiting readers.
     void eoq();
+    // Takes the mutex and wakes every waiting reader and writer, so that they look at their
+    // component's notifications again (a post to the component does this).
+    void wakeWaiters();
     bool getEndOfQueue() const noexcept { return mEndOfQueue.load(std::memory_order_acquire); }
     // Start time of the newest frame that became the head; never decreases.
     CTimeStamp getLastReadFrameTime() const noexcept {
@@ -96,6 +99,10 @@ public:
     int getNodeCount() const;
     int getReaderCount() const;
     std::uint64_t getFramesPut() const;
+    // The same count read without the lock, as the run loops' activity test does.
+    std::uint64_t getFramesPutUnlocked() const noexcept {
+        return mFramesPut.load(std::memory_order_relaxed);
+    }
     std::uint64_t getBytesPut() const;
     std::uint64_t getBytesHeld() const;
     int getLowLimit() const;
@@ -140,7 +147,8 @@ private:
     int mNodeCount = 0;                                         // guarded by mMutex
     int mReaderCount = 0;                                       // guarded by mMutex
     std::atomic<bool> mEndOfQueue{false};                       // guarded by mMutex
-    std::uint64_t mFramesPut = 0;                               // guarded by mMutex
+    // Written under mMutex; atomic so that a run loop may compare it without the lock.
+    std::atomic<std::uint64_t> mFramesPut{0};
     std::uint64_t mBytesPut = 0;                                // guarded by mMutex
     std::uint64_t mBytesHeld = 0;                               // guarded by mMutex
     std::atomic<CTimeStamp> mLastReadFrameTime{CTimeStamp()};   // guarded by mMutex
@@ -149,6 +157,9 @@ private:
     unsigned int mMediaFormat = kNoMediaFormat;
     // The frame class frameOf() saw last.
     const std::type_info* mFrameType = nullptr;  // guarded by mMutex
+    // How often clear() has emptied the list: a reader whose position predates the last
+    // clear() starts again at the head instead of touching a released node.
+    std::uint64_t mGeneration = 0;  // guarded by mMutex
 };
 
 }  // namespace CM

@@ -1,4 +1,4 @@
-#include <cm/CMQueueRW.h>
+#include <cm/CMQueue.h>
 
 #include <cm/CMFrame.h>
 
@@ -35,7 +35,8 @@ void RQueue::put(RQNode* node) {
     mTail = node;
     ++mNodeCount;
     const unsigned int size = node->getSize();
-    ++mFramesPut;
+    // Only the writer changes the count, under the mutex: no read-modify-write needed.
+    mFramesPut.store(mFramesPut.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     mBytesPut += size;
     mBytesHeld += size;
 }
@@ -112,6 +113,16 @@ void RQueue::eoq() {
     }
 }
 
+void RQueue::wakeWaiters() {
+    std::lock_guard<CMutex> lock(mMutex);
+    if (mReadersWaiting > 0) {
+        mDataCondition.broadcast();
+    }
+    if (mWritersWaiting > 0) {
+        mRoomCondition.broadcast();
+    }
+}
+
 void RQueue::clear() noexcept {
     while (RQNode* const node = mHead.mNext) {
         mHead.mNext = node->mNext;
@@ -121,9 +132,10 @@ void RQueue::clear() noexcept {
     }
     mTail = &mHead;
     mNodeCount = 0;
-    mFramesPut = 0;
+    mFramesPut.store(0, std::memory_order_relaxed);
     mBytesPut = 0;
     mBytesHeld = 0;
+    ++mGeneration;
 }
 
 namespace {
@@ -144,7 +156,8 @@ int RQueue::getReaderCount() const {
     return lockedRead(mMutex, mReaderCount);
 }
 std::uint64_t RQueue::getFramesPut() const {
-    return lockedRead(mMutex, mFramesPut);
+    std::lock_guard<CMutex> lock(mMutex);
+    return mFramesPut.load(std::memory_order_relaxed);
 }
 std::uint64_t RQueue::getBytesPut() const {
     return lockedRead(mMutex, mBytesPut);

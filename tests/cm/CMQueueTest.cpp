@@ -1,4 +1,4 @@
-#include <cm/CMQueueRW.h>
+#include <cm/CMQueue.h>
 
 #include <cm/CMFrame.h>
 
