@@ -40,6 +40,11 @@ inline double wallClockNow() {
 
 }  // namespace detail
 
+// Thrown on a worker thread to end its run at once (an aborted component leaving a queue
+// wait). _startThread catches it: the run ends with result -1 and the exception handler is
+// not called.
+struct CThreadAbort {};
+
 template <typename T>
 class CThread : public CExceptionHandlerP {
 public:
@@ -89,6 +94,11 @@ public:
     bool isRunningOn(pthread_t thread) const {
         std::lock_guard<CMutex> lock(mThreadMutex);
         return mRunningThreads.count(thread) != 0;
+    }
+    // A snapshot of the threads now running this object's run function, in set order.
+    std::set<pthread_t> getRunningThreads() const {
+        std::lock_guard<CMutex> lock(mThreadMutex);
+        return mRunningThreads;
     }
 
 protected:
@@ -153,6 +163,8 @@ void* CThread<T>::_startThread(void* arg) {
         result = (object->*method)(parameter);
     } catch (const CException& e) {
         object->handleException(e);
+    } catch (const CThreadAbort&) {
+        result = -1;
     }
 
     self.recordRun(began);

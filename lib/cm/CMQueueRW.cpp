@@ -1,0 +1,437 @@
+#include <cm/CMQueueRW.h>
+
+#include <cm/CMComponent.h>
+#include <zr/CException.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace ZR {
+namespace CM {
+
+namespace {
+
+const char kFile[] = "lib/cm/CMQueueRW";
+
+// The queue whose mutex this thread holds inside a reader or writer operation. A "rstr"
+// handler runs inside such an operation and must clear its output queues: the one it
+// already holds is cleared as it is, any other under that queue's own mutex.
+thread_local const RQueue* tLockedQueue = nullptr;
+
+// Holds a queue's mutex for a reader or writer operation and records it for this thread.
+class QueueLock {
+public:
+    explicit QueueLock(RQueue& queue) : mLock(queue.mMutex), mPrevious(tLockedQueue) {
+        tLockedQueue = &queue;
+    }
+    ~QueueLock() { tLockedQueue = mPrevious; }
+    QueueLock(const QueueLock&) = delete;
+    QueueLock& operator=(const QueueLock&) = delete;
+
+private:
+    std::lock_guard<CMutex> mLock;
+    const RQueue* mPrevious;
+};
+
+// Whole samples in a byte count. A description without a sample size counts none rather
+// than dividing by zero.
+unsigned int samplesIn(unsigned int bytes, unsigned int bytesPerSample) {
+    return bytesPerSample ? bytes / bytesPerSample : 0;
+}
+
+// Waits on one of the queue's conditions, keeping its waiter count.
+void waitOn(CCondition& condition, int& waiters, CMutex& mutex) {
+    ++waiters;
+    condition.wait(mutex);
+    --waiters;
+}
+
+}  // namespace
+
+// RQueueRW
+
+RQueueRW::RQueueRW(RQueue* queue, RComponent* component) noexcept
+    : mQueue(queue), mComponent(component) {
+    mQueue->retain();
+    if (mComponent) {
+        mComponent->retain();
+    }
+}
+
+RQueueRW::~RQueueRW() {
+    if (mComponent) {
+        mComponent->release();
+    }
+    mQueue->release();
+}
+
+void RQueueRW::checkNotifications() {
+    if (mComponent && mComponent->hasPendingNotifications()) {
+        mComponent->handleNotifications();
+    }
+}
+
+bool RQueueRW::mayProceedLocked() {
+    checkNotifications();
+    if (!mComponent) {
+        return true;
+    }
+    if (mComponent->isAborted()) {
+        throw CThreadAbort();  // unwinding releases the queue mutex
+    }
+    return !mComponent->isPaused();
+}
+
+void RQueueRW::signalHighLimit() noexcept {
+    RQueue& q = *mQueue;
+    if ((q.mHighLimit == 0 || q.mNodeCount >= q.mHighLimit) && q.mReadersWaiting > 0) {
+        q.mDataCondition.broadcast();
+    }
+}
+
+// "No limits" is decided by the high limit here too: a low limit alone has no effect.
+void RQueueRW::signalLowLimit() noexcept {
+    RQueue& q = *mQueue;
+    if ((q.mHighLimit == 0 || q.mNodeCount <= q.mLowLimit) && q.mWritersWaiting > 0) {
+        q.mRoomCondition.broadcast();
+    }
+}
+
+void RQueueRW::registerWakeCondition(CCondition& condition) {
+    if (mComponent) {
+        mRegistered = mComponent->insertWakeCondition(&condition, mQueue);
+    }
+}
+
+void RQueueRW::unregisterWakeCondition(CCondition& condition) noexcept {
+    if (mRegistered) {
+        mComponent->removeWakeCondition(&condition);
+    }
+}
+
+// RQFrameWriter
+
+RQFrameWriter::RQFrameWriter(RQueue* queue, RComponent* component) : RQueueRW(queue, component) {
+    registerWakeCondition(mQueue->mRoomCondition);
+}
+
+RQFrameWriter::~RQFrameWriter() { unregisterWakeCondition(mQueue->mRoomCondition); }
+
+void RQFrameWriter::putP(const RFrame* frame) {
+    RQueue& q = *mQueue;
+    QueueLock lock(q);
+    while (!mayProceedLocked() || (q.mHighLimit != 0 && q.mNodeCount >= q.mHighLimit)) {
+        waitOn(q.mRoomCondition, q.mWritersWaiting, q.mMutex);
+    }
+    // The queue shares the frame with its readers; nobody writes to it any more.
+    q.put(const_cast<RFrame*>(frame));
+    signalHighLimit();
+}
+
+void RQFrameWriter::end() { mQueue->eoq(); }
+
+void RQFrameWriter::clear() {
+    if (tLockedQueue == mQueue) {
+        mQueue->clear();
+        return;
+    }
+    std::lock_guard<CMutex> lock(mQueue->mMutex);
+    mQueue->clear();
+}
+
+void RQFrameWriter::setDescriptionP(const RDescription* description) {
+    RQueue& q = *mQueue;
+    QueueLock lock(q);
+    q.setDescription(description);
+    if (q.mReadersWaiting > 0) {
+        q.mDataCondition.broadcast();
+    }
+}
+
+const RDescription* RQFrameWriter::getDescriptionP() const {
+    std::lock_guard<CMutex> lock(mQueue->mMutex);
+    return static_cast<const RDescription*>(mQueue->mDescription.addr());
+}
+
+// RQFrameReader
+
+RQFrameReader::RQFrameReader(RQueue* queue, RComponent* component) : RQueueRW(queue, component) {
+    {
+        std::lock_guard<CMutex> lock(mQueue->mMutex);
+        mQueue->registerReader();
+        mGeneration = mQueue->mGeneration;
+    }
+    registerWakeCondition(mQueue->mDataCondition);
+}
+
+RQFrameReader::~RQFrameReader() {
+    {
+        std::lock_guard<CMutex> lock(mQueue->mMutex);
+        forgetClearedPositionLocked();
+        mQueue->unregisterReader(mCurrent);
+    }
+    unregisterWakeCondition(mQueue->mDataCondition);
+}
+
+void RQFrameReader::forgetClearedPositionLocked() noexcept {
+    if (mGeneration != mQueue->mGeneration) {
+        // The cleared queue counts its frames from zero again; so does the reader.
+        mCurrent = nullptr;
+        mFramesRead.store(0, std::memory_order_relaxed);
+        mGeneration = mQueue->mGeneration;
+    }
+}
+
+RQNode* RQFrameReader::nextNode() {
+    RQueue& q = *mQueue;
+    QueueLock lock(q);
+    for (;;) {
+        const bool mayProceed = mayProceedLocked();
+        forgetClearedPositionLocked();
+        if (mayProceed) {
+            if (mCurrent && mCurrent->getNext()) {
+                mCurrent = q.nextNode(mCurrent);
+                break;
+            }
+            if (!mCurrent && q.mNodeCount != 0) {
+                mCurrent = q.firstNode();
+                break;
+            }
+            if (q.getEndOfQueue()) {
+                // Past the last node: mark it read and hand out null.
+                mCurrent = mCurrent ? q.nextNode(mCurrent) : q.firstNode();
+                break;
+            }
+        }
+        waitOn(q.mDataCondition, q.mReadersWaiting, q.mMutex);
+    }
+    if (mCurrent) {
+        mFramesRead.fetch_add(1, std::memory_order_relaxed);
+    }
+    signalLowLimit();
+    return mCurrent;
+}
+
+RPtr<RFrame> RQFrameReader::nextFrame() {
+    const RQNode* node = nextNode();
+    if (!node) {
+        return RPtr<RFrame>();
+    }
+    // Nodes in a queue are always frames; each reader gets a copy of its own.
+    return static_cast<const RFrame*>(node)->copy();
+}
+
+const RDescription* RQFrameReader::getDescriptionP() {
+    RQueue& q = *mQueue;
+    QueueLock lock(q);
+    while (!mayProceedLocked() || !q.mDescription) {
+        waitOn(q.mDataCondition, q.mReadersWaiting, q.mMutex);
+    }
+    return static_cast<const RDescription*>(q.mDescription.addr());
+}
+
+void RQFrameReader::reset() noexcept {
+    mFramesRead.store(0, std::memory_order_relaxed);
+    mCurrent = nullptr;
+}
+
+// RQSampleWriter
+
+RQSampleWriter::RQSampleWriter(RQFrameWriter* writer, unsigned int samplesPerFrame) {
+    initWithWriter(writer, samplesPerFrame);
+}
+
+RQSampleWriter::~RQSampleWriter() { std::free(mBuffer); }
+
+void RQSampleWriter::initWithWriter(RQFrameWriter* writer, unsigned int samplesPerFrame) {
+    mWriter = writer;
+    mSamplesPerFrame = samplesPerFrame;
+    const auto* description = static_cast<const RAudioDescription*>(writer->getDescriptionP());
+    if (description) {
+        mDescription = description;
+        initializeInternalData(description);
+    }
+}
+
+void RQSampleWriter::setDescriptionP(const RAudioDescription* description) {
+    initializeInternalData(description);
+    mDescription = description;
+    mWriter->setDescriptionP(description);
+}
+
+unsigned char* RQSampleWriter::allocateBuffer() const {
+    auto* buffer = static_cast<unsigned char*>(std::malloc(mBufferSize));
+    if (!buffer) {
+        ZR_THROW(kFile, CString("memory allocation error."));
+    }
+    return buffer;
+}
+
+void RQSampleWriter::initializeInternalData(const RAudioDescription* description) {
+    mFrameDuration = static_cast<double>(mSamplesPerFrame) / description->mSampleRate;
+    mBufferSize = description->mChannels * description->mBytesPerSample * mSamplesPerFrame;
+    // A buffer being filled under an earlier description is dropped with its samples
+    // rather than leaked.
+    std::free(mBuffer);
+    mBuffer = nullptr;
+    mFill = 0;
+    mBuffer = allocateBuffer();
+}
+
+void RQSampleWriter::emitFull() {
+    const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
+    RPtr<const RFrame> frame(RAudioFrame::createWithData(mFrameCounter, start, mFrameDuration,
+                                                         mDataFormat, mBufferSize, mBuffer, 0, 0,
+                                                         ConstructionAdopt));
+    mBuffer = nullptr;  // the frame owns it now
+    mWriter->put(frame);
+    ++mFrameCounter;
+}
+
+unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned int count) {
+    if (!mDescription) {
+        ZR_THROW(kFile, CString("writeSamples() before the description was set."));
+    }
+    unsigned int remaining = mDescription->mBytesPerSample * count;
+    unsigned int space = mBufferSize - mFill;
+    if (remaining < space) {
+        std::memcpy(mBuffer + mFill, data, remaining);
+        mFill += remaining;
+        return count;
+    }
+    unsigned char* to = mBuffer + mFill;
+    for (;;) {
+        std::memcpy(to, data, space);
+        if (space >= remaining) {
+            // A buffer filled exactly is kept: the next write or end() emits it.
+            mFill += space;
+            return count;
+        }
+        emitFull();
+        mBuffer = allocateBuffer();
+        data += space;
+        remaining -= space;
+        mFill = 0;
+        space = std::min(mBufferSize, remaining);
+        to = mBuffer;
+    }
+}
+
+void RQSampleWriter::end() {
+    if (mFill > 0) {
+        const double samples = samplesIn(mFill, mDescription->mBytesPerSample);
+        const CTimeStamp duration = samples / mDescription->mSampleRate / mDescription->mChannels;
+        const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
+        RPtr<const RFrame> frame(RAudioFrame::createWithData(
+            mFrameCounter, start, duration, mDataFormat, mFill, mBuffer, 0, 0, ConstructionAdopt));
+        mBuffer = nullptr;
+        mFill = 0;
+        mWriter->put(frame);
+    } else {
+        std::free(mBuffer);
+        mBuffer = nullptr;
+    }
+    mWriter->end();
+}
+
+void RQSampleWriter::reset() { ZR_THROW(kFile, CString("NOT IMPLEMENTED!")); }
+
+// RQSampleReader
+
+RQSampleReader::RQSampleReader(RQFrameReader* reader) { initWithReader(reader); }
+
+void RQSampleReader::initWithReader(RQFrameReader* reader) {
+    mReader = reader;
+    mDescription = static_cast<const RAudioDescription*>(reader->getDescriptionP());
+    mCurrentFrame = reader->nextFrame();
+    mOffset = 0;
+    if (mCurrentFrame) {
+        mDataFormat = mCurrentFrame->getDataFormat();
+        mStartTime = mCurrentFrame->getStartTime();
+    }
+}
+
+unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count) {
+    if (!mCurrentFrame) {
+        return 0;
+    }
+    const unsigned int bytesPerSample = mDescription->mBytesPerSample;
+    unsigned int wanted = bytesPerSample * count;
+    unsigned int available = mCurrentFrame->getSize() - mOffset;
+    if (wanted < available) {
+        std::memcpy(dst, mCurrentFrame->getData() + mOffset, wanted);
+        mOffset += wanted;
+        return count;
+    }
+    for (;;) {
+        std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        if (available >= wanted) {
+            break;
+        }
+        mCurrentFrame = mReader->nextFrame();
+        wanted -= available;
+        if (!mCurrentFrame) {
+            return count - samplesIn(wanted, bytesPerSample);
+        }
+        mOffset = 0;
+        dst += available;
+        available = std::min(mCurrentFrame->getSize(), wanted);
+    }
+    wanted -= available;
+    if (mOffset + available >= mCurrentFrame->getSize()) {
+        // The frame is used up: take the next one now (this may wait).
+        mCurrentFrame = mReader->nextFrame();
+        mOffset = 0;
+    } else {
+        mOffset += available;
+    }
+    return count - samplesIn(wanted, bytesPerSample);
+}
+
+void RQSampleReader::reset() { ZR_THROW(kFile, CString("NOT IMPLEMENTED!")); }
+
+// RQVideoFrameWriter
+
+RQVideoFrameWriter* RQVideoFrameWriter::createWithFrameWriter(RQFrameWriter* writer) {
+    auto* adapter = new RQVideoFrameWriter;
+    adapter->initWithWriter(writer);
+    return adapter;
+}
+
+void RQVideoFrameWriter::initWithWriter(RQFrameWriter* writer) {
+    mWriter = writer;
+    mHeldFrame = nullptr;
+    mFrameCounter = 0;
+}
+
+void RQVideoFrameWriter::setDescriptionP(const RVideoDescription* description) {
+    mWriter->setDescriptionP(description);
+    mDefaultDuration = 1.0 / description->mFrameRate;
+}
+
+void RQVideoFrameWriter::putP(RFrame* frame) {
+    frame->setFrameNumber(mFrameCounter++);
+    if (mHeldFrame) {
+        const double duration = frame->getStartTime() - mHeldFrame->getStartTime();
+        mHeldFrame->setDuration(duration >= 0 ? CTimeStamp(duration) : mDefaultDuration);
+        mWriter->putP(mHeldFrame.addr());
+    }
+    mHeldFrame = frame;
+}
+
+// Unlike a successor that starts too early, an end time before the last frame gives it no
+// duration at all rather than the default one.
+void RQVideoFrameWriter::end(CTimeStamp endTime) {
+    if (mHeldFrame) {
+        const double duration = endTime - mHeldFrame->getStartTime();
+        mHeldFrame->setDuration(duration > 0 ? duration : 0.0);
+        mWriter->putP(mHeldFrame.addr());
+        mHeldFrame = nullptr;
+    }
+    mWriter->end();
+}
+
+}  // namespace CM
+}  // namespace ZR

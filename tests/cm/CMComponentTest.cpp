@@ -1,0 +1,296 @@
+#include <cm/CMComponent.h>
+
+#include <gtest/gtest.h>
+
+#include <cm/CMQueue.h>
+#include <cm/CMQueueRW.h>
+
+#include "support/TestComponents.h"
+#include "support/TestSupport.h"
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+#include <thread>
+
+using cmtest::Consumer;
+using cmtest::PassFilter;
+using cmtest::Producer;
+using ZR::RPtr;
+using ZR::CM::CNotification;
+using ZR::CM::RNotificationCenter;
+using ZR::CM::RQueue;
+
+namespace {
+
+RPtr<RQueue> makeQueue(int low, int high) { return new RQueue(low, high, ZR::CString("q")); }
+
+std::vector<RQueue*> queues(std::initializer_list<RQueue*> list) { return list; }
+
+unsigned int smallFrames(unsigned int sequence) { return 1 + sequence % 200; }
+
+void postTo(ZR::CM::RComponent* target, unsigned int code) {
+    CNotification n(code);
+    RNotificationCenter::getDefault()->postNotification(n, target);
+}
+
+std::vector<unsigned int> sequence(unsigned int count) {
+    std::vector<unsigned int> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0u);
+    return numbers;
+}
+
+// Blocks in the place the test chooses, on an input that never moves.
+class Blocker : public ZR::CM::CMMultipleQueueComponent {
+public:
+    enum Where { kNextNode, kDescription };
+    explicit Blocker(Where where) : mWhere(where) {}
+    unsigned int type() const override { return ZR::fourcc("fltr"); }
+    void process() override {
+        mEntered = true;
+        if (mWhere == kNextNode) {
+            getReader(0)->nextNode();
+        } else {
+            getReader(0)->getDescriptionP();
+        }
+    }
+    void flush() override {}
+    int componentWillReset() override {
+        mRunningAtReset = getRunningThreadCount();
+        return CMMultipleQueueComponent::componentWillReset();
+    }
+    Where mWhere;
+    std::atomic<bool> mEntered{false};
+    int mRunningAtReset = -1;
+};
+
+}  // namespace
+
+// Producer -> filter -> consumer, each on its own thread, with limits on both queues: the
+// run ends by itself, every frame arrives once and in order, flush() ran, the first output
+// was ended, and every frame has been released.
+TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
+    const int liveBefore = cmtest::Tracked::live();
+    const unsigned int kFrames = 5000;
+    {
+        RPtr<RQueue> first = makeQueue(4, 16), second = makeQueue(2, 8);
+        RPtr<Producer> producer(new Producer(kFrames, smallFrames));
+        RPtr<PassFilter> filter(new PassFilter);
+        RPtr<Consumer> consumer(new Consumer);
+        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
+        producer->init(none, in1);
+        filter->init(in1, in2);
+        consumer->init(in2, none);
+        consumer->start(nullptr);
+        filter->start(nullptr);
+        producer->start(nullptr);
+        EXPECT_EQ(producer->join(), 0);
+        EXPECT_EQ(filter->join(), 0);
+        EXPECT_EQ(consumer->join(), 0);
+
+        EXPECT_EQ(consumer->mSeen, sequence(kFrames));
+        EXPECT_TRUE(consumer->mAllIntact);
+        EXPECT_EQ(filter->mFlushed, 1);
+        EXPECT_TRUE(first->getEndOfQueue());
+        EXPECT_TRUE(second->getEndOfQueue());
+        EXPECT_EQ(first->getNodeCount(), 0);
+        EXPECT_EQ(second->getNodeCount(), 0);
+        for (ZR::CM::RComponent* c :
+             {static_cast<ZR::CM::RComponent*>(producer.addr()), filter.addr(), consumer.addr()}) {
+            c->reset();
+        }
+    }
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
+}
+
+// The run loop ends only the first of several outputs; a component without inputs goes
+// straight to flush().
+TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
+    RPtr<RQueue> a = makeQueue(0, 0), b = makeQueue(0, 0);
+    RPtr<Producer> producer(new Producer(3, smallFrames));
+    std::vector<RQueue*> none, outs = queues({a.addr(), b.addr()});
+    producer->init(none, outs);
+    EXPECT_FALSE(producer->anyReaderIsActive());
+    EXPECT_EQ(producer->getWriterCount(), 2);
+    producer->start(nullptr);
+    producer->join();
+    EXPECT_TRUE(a->getEndOfQueue());
+    EXPECT_FALSE(b->getEndOfQueue());
+    EXPECT_EQ(a->getNodeCount(), 3);  // nobody reads it
+    producer->reset();
+    EXPECT_EQ(producer->getWriterCount(), 0);
+}
+
+// The input has ended but still holds frames the filter has not read: the loop goes on
+// until it has read them all.
+TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) {
+    RPtr<RQueue> in = makeQueue(0, 0), out = makeQueue(0, 0);
+    RPtr<PassFilter> filter(new PassFilter);
+    std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
+    filter->init(ins, outs);
+    ZR::CM::RQFrameWriter feeder(in.addr(), nullptr);
+    for (unsigned int i = 0; i < 10; ++i) {
+        feeder.put(cmtest::makeNumberedFrame(i, 8));
+    }
+    feeder.end();
+    EXPECT_TRUE(filter->anyReaderIsActive());
+    filter->start(nullptr);
+    filter->join();
+    EXPECT_EQ(out->getFramesPut(), 10u);
+    EXPECT_TRUE(out->getEndOfQueue());
+    EXPECT_FALSE(filter->anyReaderIsActive());
+    filter->reset();
+}
+
+// A filter waits on an empty input while its output holds frames; "rstr" reaches it in the
+// wait, rewinds its reader and empties its output, and it goes on working afterwards.
+TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
+    RPtr<RQueue> in = makeQueue(0, 0), out = makeQueue(0, 0);
+    RPtr<PassFilter> filter(new PassFilter);
+    std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
+    filter->init(ins, outs);
+    ZR::CM::RQFrameWriter feeder(in.addr(), nullptr);
+    for (unsigned int i = 0; i < 5; ++i) {
+        feeder.put(cmtest::makeNumberedFrame(i, 16));
+    }
+    filter->start(nullptr);
+    cmtest::waitUntil([&] { return out->getFramesPut() == 5 && in->getReadersWaiting() == 1; });
+    EXPECT_EQ(filter->getReader(0)->getFramesRead(), 5u);
+
+    postTo(nullptr, CNotification::kRestart);
+    cmtest::waitUntil([&] { return filter->getPendingNotificationCount() == 0; });
+    EXPECT_EQ(out->getNodeCount(), 0);
+    EXPECT_EQ(out->getFramesPut(), 0u);
+    EXPECT_EQ(filter->getReader(0)->getFramesRead(), 0u);
+
+    feeder.put(cmtest::makeNumberedFrame(5, 16));
+    feeder.end();
+    filter->join();
+    EXPECT_GE(out->getFramesPut(), 1u);
+    EXPECT_TRUE(out->getEndOfQueue());
+    filter->reset();
+}
+
+// "rstr" broadcast again and again into a live three-stage pipeline while downstream
+// readers walk the queues being emptied: no reader touches a released node, and once the
+// stages are aborted every frame has been released. (Restarting a pipeline that keeps
+// running leaves its frame counters meaningless, so the run is ended by abort.)
+TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
+    const int liveBefore = cmtest::Tracked::live();
+    {
+        RPtr<RQueue> first = makeQueue(2, 8), second = makeQueue(2, 8);
+        RPtr<Producer> producer(new Producer(3000, smallFrames));
+        RPtr<PassFilter> filter(new PassFilter);
+        RPtr<Consumer> consumer(new Consumer);
+        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
+        producer->init(none, in1);
+        filter->init(in1, in2);
+        consumer->init(in2, none);
+        consumer->start(nullptr);
+        filter->start(nullptr);
+        producer->start(nullptr);
+        for (int i = 0; i < 50 && producer->getRunningThreadCount() != 0; ++i) {
+            postTo(nullptr, CNotification::kRestart);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        producer->abort();
+        filter->abort();
+        consumer->abort();
+        EXPECT_TRUE(consumer->mAllIntact);
+        producer->reset();
+        filter->reset();
+        consumer->reset();
+    }
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
+}
+
+// The consumer is paused while the producer fills the queue: the consumer holds (the
+// producer ends up blocked at the high limit), and after resume() everything arrives.
+TEST(ComponentControlTest, PauseHoldsAndResumeContinues) {
+    RPtr<RQueue> q = makeQueue(1, 4);
+    RPtr<Producer> producer(new Producer(200, smallFrames));
+    RPtr<Consumer> consumer(new Consumer);
+    std::vector<RQueue*> none, in = queues({q.addr()});
+    producer->init(none, in);
+    consumer->init(in, none);
+    consumer->pause();
+    consumer->start(nullptr);
+    producer->start(nullptr);
+    cmtest::waitUntil([&] { return q->getWritersWaiting() == 1; });
+    const unsigned int heldAt = consumer->mCount;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(consumer->mCount, heldAt);
+    EXPECT_EQ(q->getNodeCount(), 4);
+    consumer->resume();
+    producer->join();
+    consumer->join();
+    EXPECT_EQ(consumer->mSeen, sequence(200));
+    producer->reset();
+    consumer->reset();
+}
+
+// abort() returns promptly from each of the three places a thread can block forever: a
+// writer on a full queue nobody drains, a reader on an empty queue, a reader waiting for a
+// description that never comes.
+TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
+    {
+        RPtr<RQueue> full = makeQueue(0, 2);
+        RPtr<Producer> producer(new Producer(100, smallFrames));
+        std::vector<RQueue*> none, out = queues({full.addr()});
+        producer->init(none, out);
+        producer->start(nullptr);
+        cmtest::waitUntil([&] { return full->getWritersWaiting() == 1; });
+        EXPECT_EQ(producer->abort(), 0);
+        EXPECT_EQ(producer->getRunningThreadCount(), 0);
+        EXPECT_EQ(producer->mWritten, 2u);
+        EXPECT_EQ(full->getWritersWaiting(), 0);
+        producer->reset();
+    }
+    for (const Blocker::Where where : {Blocker::kNextNode, Blocker::kDescription}) {
+        RPtr<RQueue> empty = makeQueue(0, 0);
+        RPtr<Blocker> blocker(new Blocker(where));
+        std::vector<RQueue*> in = queues({empty.addr()}), none;
+        blocker->init(in, none);
+        blocker->start(nullptr);
+        cmtest::waitUntil([&] { return empty->getReadersWaiting() == 1; });
+        EXPECT_EQ(blocker->abort(), 0);
+        EXPECT_EQ(blocker->getRunningThreadCount(), 0);
+        EXPECT_EQ(empty->getReadersWaiting(), 0);
+        blocker->reset();
+        EXPECT_EQ(empty->getReaderCount(), 0);
+    }
+}
+
+// reset() of a component blocked in its queue aborts and joins the thread before
+// componentWillReset() releases the readers and writers.
+TEST(ComponentControlTest, ResetJoinsBeforeComponentWillReset) {
+    RPtr<RQueue> empty = makeQueue(0, 0);
+    RPtr<Blocker> blocker(new Blocker(Blocker::kNextNode));
+    std::vector<RQueue*> in = queues({empty.addr()}), none;
+    blocker->init(in, none);
+    EXPECT_EQ(blocker->getWakeSetSize(), 1);
+    blocker->start(nullptr);
+    cmtest::waitUntil([&] { return blocker->mEntered.load(); });
+    EXPECT_EQ(blocker->reset(), 0);
+    EXPECT_EQ(blocker->mRunningAtReset, 0);
+    EXPECT_EQ(blocker->getReaderCount(), 0);
+    EXPECT_EQ(blocker->getWakeSetSize(), 0);
+    EXPECT_FALSE(RNotificationCenter::getDefault()->isRegistered(blocker.addr()));
+}
+
+TEST(MultipleQueueComponentDeathTest, DefaultProcessReportsAndEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    class Bare : public ZR::CM::CMMultipleQueueComponent {
+        unsigned int type() const override { return 0; }
+    };
+    EXPECT_DEATH(
+        {
+            RPtr<RQueue> q = makeQueue(0, 0);
+            RPtr<Bare> bare(new Bare);
+            std::vector<RQueue*> in = queues({q.addr()}), none;
+            bare->init(in, none);
+            bare->start(nullptr);
+            bare->join();
+        },
+        "lib/cm/CMComponent:210.*process\\(\\) not implemented!");
+}
