@@ -47,6 +47,9 @@ public:
     void signalLowLimit() noexcept;   // wakes writers when it has drained or has no limits
 
 protected:
+    // Holds the queue mutex for one operation and records it for this thread.
+    class QueueLock;
+
     // Handles pending notifications; false while the component is paused, CThreadAbort
     // once it is aborted. Queue mutex held.
     bool mayProceedLocked();
@@ -100,6 +103,9 @@ public:
     RQNode* getCurrent() const noexcept { return mCurrent; }
 
 private:
+    // The blocking step behind nextNode() and nextFrame(); with hold, the node is also
+    // retained before the queue mutex is released.
+    RQNode* step(RPtr<const RQNode>* hold);
     // A clear() of the queue releases the node this reader held: start again at the head.
     void forgetClearedPositionLocked() noexcept;
 

@@ -5,14 +5,17 @@
 #include <zr/zr.h>
 #include <zrcore/zrcore.h>
 
+#include <cm/CMComponent.h>
 #include <cm/CMComponentConfiguration.h>
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
-#include <cm/CMQueueNode.h>
+#include <cm/CMNotification.h>
 #include <cm/CMQueue.h>
+#include <cm/CMQueueNode.h>
+#include <cm/CMQueueRW.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
 

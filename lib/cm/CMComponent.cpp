@@ -3,6 +3,7 @@
 #include <cm/CMQueue.h>
 #include <cm/CMQueueRW.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 
@@ -253,7 +254,7 @@ bool CMMultipleQueueComponent::anyReaderIsActive() const {
         const RQFrameReader* reader = mReaders[i];
         const RQueue* queue = reader->getQueue();
         if (!queue->getEndOfQueue() || static_cast<std::uint32_t>(reader->getFramesRead()) !=
-                                           static_cast<std::uint32_t>(queue->getFramesPutNow())) {
+                                           static_cast<std::uint32_t>(queue->getFramesPutUnlocked())) {
             return true;
         }
     }

@@ -20,21 +20,6 @@ const char kFile[] = "lib/cm/CMQueueRW";
 // already holds is cleared as it is, any other under that queue's own mutex.
 thread_local const RQueue* tLockedQueue = nullptr;
 
-// Holds a queue's mutex for a reader or writer operation and records it for this thread.
-class QueueLock {
-public:
-    explicit QueueLock(RQueue& queue) : mLock(queue.mMutex), mPrevious(tLockedQueue) {
-        tLockedQueue = &queue;
-    }
-    ~QueueLock() { tLockedQueue = mPrevious; }
-    QueueLock(const QueueLock&) = delete;
-    QueueLock& operator=(const QueueLock&) = delete;
-
-private:
-    std::lock_guard<CMutex> mLock;
-    const RQueue* mPrevious;
-};
-
 // Whole samples in a byte count. A description without a sample size counts none rather
 // than dividing by zero.
 unsigned int samplesIn(unsigned int bytes, unsigned int bytesPerSample) {
@@ -49,6 +34,20 @@ void waitOn(CCondition& condition, int& waiters, CMutex& mutex) {
 }
 
 }  // namespace
+
+class RQueueRW::QueueLock {
+public:
+    explicit QueueLock(RQueue& queue) : mLock(queue.mMutex), mPrevious(tLockedQueue) {
+        tLockedQueue = &queue;
+    }
+    ~QueueLock() { tLockedQueue = mPrevious; }
+    QueueLock(const QueueLock&) = delete;
+    QueueLock& operator=(const QueueLock&) = delete;
+
+private:
+    std::lock_guard<CMutex> mLock;
+    const RQueue* mPrevious;
+};
 
 // RQueueRW
 
@@ -184,7 +183,21 @@ void RQFrameReader::forgetClearedPositionLocked() noexcept {
     }
 }
 
-RQNode* RQFrameReader::nextNode() {
+RQNode* RQFrameReader::nextNode() { return step(nullptr); }
+
+RPtr<RFrame> RQFrameReader::nextFrame() {
+    // The node is held while it is copied outside the lock: a clear() of the queue by
+    // another component may drop the queue's own reference meanwhile.
+    RPtr<const RQNode> held;
+    step(&held);
+    if (!held) {
+        return RPtr<RFrame>();
+    }
+    // Nodes in a queue are always frames; each reader gets a copy of its own.
+    return static_cast<const RFrame*>(held.addr())->copy();
+}
+
+RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
     RQueue& q = *mQueue;
     QueueLock lock(q);
     for (;;) {
@@ -210,17 +223,11 @@ RQNode* RQFrameReader::nextNode() {
     if (mCurrent) {
         mFramesRead.fetch_add(1, std::memory_order_relaxed);
     }
+    if (hold) {
+        *hold = mCurrent;
+    }
     signalLowLimit();
     return mCurrent;
-}
-
-RPtr<RFrame> RQFrameReader::nextFrame() {
-    const RQNode* node = nextNode();
-    if (!node) {
-        return RPtr<RFrame>();
-    }
-    // Nodes in a queue are always frames; each reader gets a copy of its own.
-    return static_cast<const RFrame*>(node)->copy();
 }
 
 const RDescription* RQFrameReader::getDescriptionP() {

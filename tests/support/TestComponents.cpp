@@ -23,7 +23,9 @@ ZR::RPtr<ZR::CM::RFrame> makeNumberedFrame(unsigned int sequence, unsigned int s
     for (unsigned int i = 0; i < size; ++i) {
         bytes[i] = byteAt(sequence, i);
     }
-    frame->setData(size, bytes.data(), ZR::ConstructionCopy);
+    if (size > 0) {
+        frame->setData(size, bytes.data(), ZR::ConstructionCopy);
+    }
     frame->setFrameNumber(sequence);
     frame->setStartTime(sequence / 25.0);
     frame->addParameter(kTrackedParameter, new Tracked(static_cast<int>(sequence)));
