@@ -6,7 +6,10 @@
 #include <zrcore/zrcore.h>
 
 #include <cm/CMComponentStatus.h>
+#include <cm/CMFileStream.h>
+#include <cm/CMFirewireStream.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 
 #endif
