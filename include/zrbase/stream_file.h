@@ -19,7 +19,8 @@ namespace stream {
 
 class file : public rwa {
 public:
-    enum copy_type { k_transfer = 0, k_duplicate = 1 };
+    // A fixed underlying type: any other value is valid and yields an unset file.
+    enum copy_type : int { k_transfer = 0, k_duplicate = 1 };
     static constexpr int k_invalid_fd = -1;
 
     file() noexcept : m_fd(k_invalid_fd) {}

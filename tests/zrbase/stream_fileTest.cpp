@@ -132,11 +132,14 @@ TEST(StreamFileTest, FailedDuplicateRaisesAtItsLine) {
     if (child == 0) {
         const int lowest = ::dup(original.descriptor());
         ::close(lowest);
-        const rlimit limit{static_cast<rlim_t>(lowest), static_cast<rlim_t>(lowest)};
+        rlimit saved{};
+        ::getrlimit(RLIMIT_NOFILE, &saved);
+        const rlimit limit{static_cast<rlim_t>(lowest), saved.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &limit);
         try {
             file copy(original, file::k_duplicate);
         } catch (const zrbase::e::call& e) {
+            ::setrlimit(RLIMIT_NOFILE, &saved);  // the sanitizers need descriptors too
             ::_exit(e.line() == 237 && e.error() == EMFILE ? 0 : 1);
         }
         ::_exit(2);
