@@ -24,9 +24,8 @@ RPtr<RStream> RStream::getStream(const RURI& uri, unsigned int flags, unsigned c
         case RURI::kFirewire:
             return RPtr<RStream>(new RFirewireStream(uri, flags, mode));
         default:
-            // Every other scheme is served by a reader plug-in, and those only read. The
-            // plug-in stream itself is not part of the library yet, so there is nothing to
-            // hand out even for a read-only request.
+            // Every other scheme belongs to a reader plug-in, which only reads, so any flags
+            // get nothing. The plug-in stream is not built yet: for now no request gets one.
             return RPtr<RStream>();
     }
 }
