@@ -25,6 +25,7 @@ public:
     // 0; 169 when the path is a directory or a FIFO, is not accessible or cannot be
     // opened; 203 when a symbolic link on the way cannot be resolved (a loop, or a link
     // into a directory we may not search). A missing file is opened only with O_CREAT.
+    // Opening a stream that is already open closes it first.
     int open() override;
     // Unmaps, closes the descriptor and returns the result of close(2).
     int close() override;

@@ -100,6 +100,7 @@ int RFileStream::open() {
         ::close(fd);
         return kResultFileOpenFailed;
     }
+    // Regular files ignore O_NONBLOCK; a device gets back the blocking I/O it was asked for.
     if (!S_ISREG(opened.st_mode) && (mFlags & O_NONBLOCK) == 0) {
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     }
