@@ -9,6 +9,8 @@
 #include <cm/CMComponentConfiguration.h>
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
+#include <cm/CMFileStream.h>
+#include <cm/CMFirewireStream.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
@@ -16,6 +18,7 @@
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMQueueRW.h>
+#include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
 

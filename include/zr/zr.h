@@ -9,9 +9,14 @@
 #include <zr/CThread.h>
 #include <zr/CTimeStamp.h>
 #include <zr/RPtr.h>
+#include <zr/RSocket.h>
+#include <zr/RURI.h>
 #include <zr/ZRTypes.h>
 #include <zrbase/exception.h>
 #include <zrbase/object_refcount.h>
+#include <zrbase/path.h>
+#include <zrbase/stream.h>
+#include <zrbase/stream_file.h>
 #include <zrbase/string_with_format.h>
 #include <zrbase/timecode.h>
 #include <zrbase/timestamp.h>

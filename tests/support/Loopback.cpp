@@ -1,0 +1,25 @@
+#include "support/Loopback.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <stdexcept>
+
+namespace cmtest {
+
+int loopbackServer(int socketType, int* port) {
+    const int fd = ::socket(AF_INET, socketType, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (fd == -1 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        (socketType == SOCK_STREAM && ::listen(fd, 8) != 0) ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        throw std::runtime_error("cannot set up a loopback server");
+    }
+    *port = ntohs(address.sin_port);
+    return fd;
+}
+
+}  // namespace cmtest
