@@ -146,7 +146,8 @@ void BM_ThreeStagePipeline(benchmark::State& state) {
         pool.push_back(sourceFrame(size));
     }
     for (auto _ : state) {
-        RPtr<RQueue> first(new RQueue(16, 64, CString("1"))), second(new RQueue(16, 64, CString("2")));
+        RPtr<RQueue> first(new RQueue(16, 64, CString("1"))),
+            second(new RQueue(16, 64, CString("2")));
         RPtr<Producer> producer(new Producer(pool));
         RPtr<Pass> filter(new Pass);
         RPtr<Sink> sink(new Sink);

@@ -17,7 +17,9 @@
 // destroy) are called from the application's thread; runloop(), process(), flush() and
 // the notification handlers run on the component's thread. The component mutex guards the
 // wake set and the pending notifications; it may be taken while a queue mutex is held,
-// never the other way round.
+// never the other way round. Handlers run after the pending list has been taken out from
+// under the mutex, often inside a queue wait with that queue's mutex held: they may lock
+// the component's output queues (a "rstr" handler clears them) but must not wait.
 #ifndef CM_CMCOMPONENT_H
 #define CM_CMCOMPONENT_H
 
@@ -77,7 +79,7 @@ public:
     int reset();
     int destroy() { return reset(); }
 
-    // Handles every pending notification, oldest first, with the component mutex held.
+    // Handles every pending notification, oldest first.
     void handleNotifications();
     // Cheap test for the queue waits: is anything pending? No lock.
     bool hasPendingNotifications() const noexcept {
@@ -110,6 +112,7 @@ public:
     void enqueueNotification(const CNotification& n, std::vector<RPtr<RQueue>>& toWake);
 
 private:
+    // Paus, rsum and abrt set the state instead of reaching handleNotification().
     void recordControlLocked(unsigned int code);
     void joinThreads();
 

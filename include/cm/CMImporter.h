@@ -1,12 +1,10 @@
-// The ends of a pipeline: importers read a media stream and write frames into their output
-// queues; exporters read frames from their input queues and write a media stream.
+// RImporter: the base of the source end of a pipeline. An importer reads a media stream
+// and writes frames into its output queues.
 //
-// RImporter and RExporter hold the stream and the queue endpoints and define the defaults of
-// what concrete importer and exporter modules override: the importer's openSource(),
-// getMovieInfo() and configure(), the exporter's configure(), and the run function
-// runloop() of both. An importer handles "rstr" by emptying its output queues; an
-// exporter ignores it. reset() releases the stream and the endpoints, after which init()
-// may be called again.
+// It holds the stream and one writer per output queue, and defines the defaults of what
+// concrete importer modules override: openSource(), getMovieInfo(), configure() and the
+// run function runloop(). It handles "rstr" by emptying its output queues. reset()
+// releases the stream and the writers, after which init() may be called again.
 //
 // Threads: init() and the configuration calls come from the application's thread before
 // start(); runloop() runs on the component's thread.
@@ -54,32 +52,6 @@ protected:
     RPtr<RStream> mStream;
     int mWriterCount = 0;
     RQFrameWriter** mWriters = nullptr;  // malloc'd; each retained once
-};
-
-class RExporter : public RComponent {
-public:
-    RExporter() = default;
-    ~RExporter() override;
-
-    unsigned int type() const override { return fourcc("expt"); }
-    // Releases the readers and the stream; no-throw.
-    int componentWillReset() override;
-    // Registers with the notification center, takes the stream and makes one reader per
-    // input queue. The queues come first here, unlike the importer's init().
-    virtual int init(std::vector<RQueue*>& inputs, RPtr<RStream> stream);
-    virtual int configure(RExporterConfiguration& configuration) = 0;
-    // The movie this exporter wrote; here a new, empty one.
-    virtual RPtr<RMovieInfo> getMovieInformation();
-
-    RPtr<RStream> getStream() const { return mStream; }
-    int getReaderCount() const noexcept { return mReaderCount; }
-    RQFrameReader* getReader(int index) const noexcept;
-
-protected:
-    std::vector<RQueue*> mInputQueues;
-    RPtr<RStream> mStream;
-    int mReaderCount = 0;
-    RQFrameReader** mReaders = nullptr;  // malloc'd; each retained once
 };
 
 }  // namespace CM

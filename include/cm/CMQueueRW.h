@@ -110,8 +110,8 @@ private:
     void forgetClearedPositionLocked() noexcept;
 
     std::atomic<std::uint64_t> mFramesRead{0};  // read by the run loop's activity test
-    RQNode* mCurrent = nullptr;  // the node last handed out; kept alive by the queue
-    std::uint64_t mGeneration = 0;  // the queue's clear count when mCurrent was taken
+    RQNode* mCurrent = nullptr;                 // the node last handed out; kept alive by the queue
+    std::uint64_t mGeneration = 0;              // the queue's clear count when mCurrent was taken
 };
 
 class RQSampleWriter : public zrbase::object_refcount {

@@ -11,8 +11,10 @@
 #include <cm/CMComponentStatus.h>
 #include <cm/CMFileStream.h>
 #include <cm/CMFirewireStream.h>
+#include <cm/CMExporter.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
+#include <cm/CMImporter.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMNotification.h>
 #include <cm/CMQueue.h>

@@ -37,13 +37,21 @@ void RComponent::handleException(const CException& e) {
     std::abort();
 }
 
-CComponentStatus RComponent::getStatus() { return CComponentStatus(); }
+CComponentStatus RComponent::getStatus() {
+    return CComponentStatus();
+}
 
-int RComponent::componentWillReset() { return 0; }
+int RComponent::componentWillReset() {
+    return 0;
+}
 
-int RComponent::handleNotification(CNotification&) { return 0; }
+int RComponent::handleNotification(CNotification&) {
+    return 0;
+}
 
-int RComponent::authenticate(CString&) { return 1; }
+int RComponent::authenticate(CString&) {
+    return 1;
+}
 
 int RComponent::initialize() {
     registerWithNotificationCenter();
@@ -134,19 +142,33 @@ void RComponent::recordControlLocked(unsigned int code) {
     }
 }
 
+namespace {
+
+bool isControlCode(unsigned int code) {
+    return code == 0 || code == CNotification::kPause || code == CNotification::kResume ||
+           code == CNotification::kAbort;
+}
+
+}  // namespace
+
+// The pending list is taken under the mutex and the handlers run after it is released: a
+// "rstr" handler locks its output queues, and the component mutex must never be held while
+// a queue mutex is taken.
 void RComponent::handleNotifications() {
-    std::lock_guard<CMutex> lock(mMutex);
-    for (CNotification& n : mPending) {
-        const unsigned int code = n.getCode();
-        if (code == 0 || code == CNotification::kPause || code == CNotification::kResume ||
-            code == CNotification::kAbort) {
-            recordControlLocked(code);
-            continue;
+    std::deque<CNotification> taken;
+    {
+        std::lock_guard<CMutex> lock(mMutex);
+        taken.swap(mPending);
+        mPendingCount.store(0, std::memory_order_release);
+        for (const CNotification& n : taken) {
+            recordControlLocked(n.getCode());
         }
-        handleNotification(n);
     }
-    mPending.clear();
-    mPendingCount.store(0, std::memory_order_release);
+    for (CNotification& n : taken) {
+        if (!isControlCode(n.getCode())) {
+            handleNotification(n);
+        }
+    }
 }
 
 void RComponent::checkpoint() {
@@ -253,8 +275,9 @@ bool CMMultipleQueueComponent::anyReaderIsActive() const {
     for (int i = 0; i < mReaderCount; ++i) {
         const RQFrameReader* reader = mReaders[i];
         const RQueue* queue = reader->getQueue();
-        if (!queue->getEndOfQueue() || static_cast<std::uint32_t>(reader->getFramesRead()) !=
-                                           static_cast<std::uint32_t>(queue->getFramesPutUnlocked())) {
+        if (!queue->getEndOfQueue() ||
+            static_cast<std::uint32_t>(reader->getFramesRead()) !=
+                static_cast<std::uint32_t>(queue->getFramesPutUnlocked())) {
             return true;
         }
     }

@@ -116,7 +116,9 @@ RQFrameWriter::RQFrameWriter(RQueue* queue, RComponent* component) : RQueueRW(qu
     registerWakeCondition(mQueue->mRoomCondition);
 }
 
-RQFrameWriter::~RQFrameWriter() { unregisterWakeCondition(mQueue->mRoomCondition); }
+RQFrameWriter::~RQFrameWriter() {
+    unregisterWakeCondition(mQueue->mRoomCondition);
+}
 
 void RQFrameWriter::putP(const RFrame* frame) {
     RQueue& q = *mQueue;
@@ -129,7 +131,9 @@ void RQFrameWriter::putP(const RFrame* frame) {
     signalHighLimit();
 }
 
-void RQFrameWriter::end() { mQueue->eoq(); }
+void RQFrameWriter::end() {
+    mQueue->eoq();
+}
 
 void RQFrameWriter::clear() {
     if (tLockedQueue == mQueue) {
@@ -183,7 +187,9 @@ void RQFrameReader::forgetClearedPositionLocked() noexcept {
     }
 }
 
-RQNode* RQFrameReader::nextNode() { return step(nullptr); }
+RQNode* RQFrameReader::nextNode() {
+    return step(nullptr);
+}
 
 RPtr<RFrame> RQFrameReader::nextFrame() {
     // The node is held while it is copied outside the lock: a clear() of the queue by
@@ -250,7 +256,9 @@ RQSampleWriter::RQSampleWriter(RQFrameWriter* writer, unsigned int samplesPerFra
     initWithWriter(writer, samplesPerFrame);
 }
 
-RQSampleWriter::~RQSampleWriter() { std::free(mBuffer); }
+RQSampleWriter::~RQSampleWriter() {
+    std::free(mBuffer);
+}
 
 void RQSampleWriter::initWithWriter(RQFrameWriter* writer, unsigned int samplesPerFrame) {
     mWriter = writer;
@@ -343,11 +351,15 @@ void RQSampleWriter::end() {
     mWriter->end();
 }
 
-void RQSampleWriter::reset() { ZR_THROW(kFile, CString("NOT IMPLEMENTED!")); }
+void RQSampleWriter::reset() {
+    ZR_THROW(kFile, CString("NOT IMPLEMENTED!"));
+}
 
 // RQSampleReader
 
-RQSampleReader::RQSampleReader(RQFrameReader* reader) { initWithReader(reader); }
+RQSampleReader::RQSampleReader(RQFrameReader* reader) {
+    initWithReader(reader);
+}
 
 void RQSampleReader::initWithReader(RQFrameReader* reader) {
     mReader = reader;
@@ -397,7 +409,9 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
     return count - samplesIn(wanted, bytesPerSample);
 }
 
-void RQSampleReader::reset() { ZR_THROW(kFile, CString("NOT IMPLEMENTED!")); }
+void RQSampleReader::reset() {
+    ZR_THROW(kFile, CString("NOT IMPLEMENTED!"));
+}
 
 // RQVideoFrameWriter
 

@@ -23,11 +23,17 @@ using ZR::CM::RQueue;
 
 namespace {
 
-RPtr<RQueue> makeQueue(int low, int high) { return new RQueue(low, high, ZR::CString("q")); }
+RPtr<RQueue> makeQueue(int low, int high) {
+    return new RQueue(low, high, ZR::CString("q"));
+}
 
-std::vector<RQueue*> queues(std::initializer_list<RQueue*> list) { return list; }
+std::vector<RQueue*> queues(std::initializer_list<RQueue*> list) {
+    return list;
+}
 
-unsigned int smallFrames(unsigned int sequence) { return 1 + sequence % 200; }
+unsigned int smallFrames(unsigned int sequence) {
+    return 1 + sequence % 200;
+}
 
 void postTo(ZR::CM::RComponent* target, unsigned int code) {
     CNotification n(code);

@@ -21,7 +21,9 @@ using ZR::CM::RQueue;
 
 namespace {
 
-RPtr<RQueue> makeQueue(int low, int high) { return new RQueue(low, high, ZR::CString("q")); }
+RPtr<RQueue> makeQueue(int low, int high) {
+    return new RQueue(low, high, ZR::CString("q"));
+}
 
 RPtr<const RAudioDescription> stereo16(double rate) {
     auto* d = new RAudioDescription;
@@ -293,8 +295,8 @@ TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
     frameWriter.setDescription(stereo16(8000));
     for (unsigned int i = 0; i < 2; ++i) {
         std::vector<unsigned char> bytes(40, static_cast<unsigned char>(i + 1));
-        frameWriter.put(ZR::CM::RAudioFrame::createWithData(i, 0.0, 0.0, 0, 40, bytes.data(), 0,
-                                                            0, ZR::ConstructionCopy));
+        frameWriter.put(ZR::CM::RAudioFrame::createWithData(i, 0.0, 0.0, 0, 40, bytes.data(), 0, 0,
+                                                            ZR::ConstructionCopy));
     }
     ZR::CM::RQSampleReader reader(&frameReader);
     std::vector<unsigned char> out(200);

@@ -55,7 +55,7 @@ public:
     void process() override;
     void flush() override {}
 
-    std::vector<unsigned int> mSeen;   // written by the component's thread only
+    std::vector<unsigned int> mSeen;  // written by the component's thread only
     std::atomic<bool> mAllIntact{true};
     std::atomic<unsigned int> mCount{0};
 };
