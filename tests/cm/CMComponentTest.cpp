@@ -170,10 +170,10 @@ TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
     // stands in for it.
     feeder.clear();
     postTo(nullptr, CNotification::kRestart);
-    cmtest::waitUntil([&] { return filter->getPendingNotificationCount() == 0; });
-    EXPECT_EQ(out->getNodeCount(), 0);
+    cmtest::waitUntil([&] {
+        return out->getNodeCount() == 0 && filter->getReader(0)->getFramesRead() == 0;
+    });
     EXPECT_EQ(out->getFramesPut(), 0u);
-    EXPECT_EQ(filter->getReader(0)->getFramesRead(), 0u);
 
     feeder.put(cmtest::makeNumberedFrame(5, 16));
     feeder.end();

@@ -179,9 +179,11 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
         // Runs with the queue mutex held: it must not touch the queue.
         int handleNotification(ZR::CM::CNotification& n) override {
             codes.push_back(n.getCode());
+            handled.fetch_add(1);
             return 0;
         }
-        std::vector<unsigned int> codes;
+        std::vector<unsigned int> codes;  // read once the writer thread is joined
+        std::atomic<int> handled{0};
     };
     RPtr<RQueue> q = makeQueue(1, 2);
     RPtr<Listener> component(new Listener);
@@ -195,12 +197,12 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
         waitUntil([&] { return q->getWritersWaiting() == 1; });
         ZR::CM::CNotification n(ZR::fourcc("tick"));
         ZR::CM::RNotificationCenter::getDefault()->postNotification(n, component.addr());
-        waitUntil([&] { return component->getPendingNotificationCount() == 0; });
-        EXPECT_EQ(component->codes, std::vector<unsigned int>{ZR::fourcc("tick")});
+        waitUntil([&] { return component->handled == 1; });
         EXPECT_EQ(q->getNodeCount(), 2);  // handled while still blocked
         reader.nextNode();
         reader.nextNode();  // frame 0 leaves: down to the low limit, the writer goes on
         blocked.join();
+        EXPECT_EQ(component->codes, std::vector<unsigned int>{ZR::fourcc("tick")});
     }
     EXPECT_EQ(component->getWakeSetSize(), 0);
     component->reset();
