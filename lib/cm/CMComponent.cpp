@@ -3,6 +3,8 @@
 #include <cm/CMQueue.h>
 #include <cm/CMQueueRW.h>
 
+#include "CMEndpoints.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
@@ -241,18 +243,8 @@ int CMMultipleQueueComponent::init(std::vector<RQueue*>& inputs, std::vector<RQu
     initialize();
     mInputQueues = inputs;
     mOutputQueues = outputs;
-    mReaderCount = static_cast<int>(inputs.size());
-    mReaders = static_cast<RQFrameReader**>(std::malloc(sizeof(RQFrameReader*) * inputs.size()));
-    for (int i = 0; i < mReaderCount; ++i) {
-        mReaders[i] = new RQFrameReader(inputs[static_cast<size_t>(i)], this);
-        mReaders[i]->retain();
-    }
-    mWriterCount = static_cast<int>(outputs.size());
-    mWriters = static_cast<RQFrameWriter**>(std::malloc(sizeof(RQFrameWriter*) * outputs.size()));
-    for (int i = 0; i < mWriterCount; ++i) {
-        mWriters[i] = new RQFrameWriter(outputs[static_cast<size_t>(i)], this);
-        mWriters[i]->retain();
-    }
+    mReaders = makeEndpoints<RQFrameReader>(inputs, this, mReaderCount);
+    mWriters = makeEndpoints<RQFrameWriter>(outputs, this, mWriterCount);
     return 0;
 }
 
@@ -308,27 +300,17 @@ int CMMultipleQueueComponent::handleNotification(CNotification& n) {
 }
 
 int CMMultipleQueueComponent::componentWillReset() {
-    for (int i = 0; i < mWriterCount; ++i) {
-        mWriters[i]->release();
-    }
-    std::free(mWriters);
-    mWriters = nullptr;
-    mWriterCount = 0;
-    for (int i = 0; i < mReaderCount; ++i) {
-        mReaders[i]->release();
-    }
-    std::free(mReaders);
-    mReaders = nullptr;
-    mReaderCount = 0;
+    releaseEndpoints(mWriters, mWriterCount);
+    releaseEndpoints(mReaders, mReaderCount);
     return 0;
 }
 
 RQFrameReader* CMMultipleQueueComponent::getReader(int index) const noexcept {
-    return index >= 0 && index < mReaderCount ? mReaders[index] : nullptr;
+    return endpointAt(mReaders, mReaderCount, index);
 }
 
 RQFrameWriter* CMMultipleQueueComponent::getWriter(int index) const noexcept {
-    return index >= 0 && index < mWriterCount ? mWriters[index] : nullptr;
+    return endpointAt(mWriters, mWriterCount, index);
 }
 
 }  // namespace CM

@@ -2,6 +2,8 @@
 
 #include <cm/CMQueueRW.h>
 
+#include "CMEndpoints.h"
+
 #include <cstdlib>
 
 namespace ZR {
@@ -15,13 +17,7 @@ int RExporter::init(std::vector<RQueue*>& inputs, RPtr<RStream> stream) {
     initialize();
     mStream = std::move(stream);
     mInputQueues = inputs;
-    mReaderCount = static_cast<int>(inputs.size());
-    // Allocated even for no inputs, so that a reset always has an array to free.
-    mReaders = static_cast<RQFrameReader**>(std::malloc(sizeof(RQFrameReader*) * inputs.size()));
-    for (int i = 0; i < mReaderCount; ++i) {
-        mReaders[i] = new RQFrameReader(inputs[static_cast<size_t>(i)], this);
-        mReaders[i]->retain();
-    }
+    mReaders = makeEndpoints<RQFrameReader>(inputs, this, mReaderCount);
     return 0;
 }
 
@@ -32,17 +28,12 @@ RPtr<RMovieInfo> RExporter::getMovieInformation() {
 int RExporter::componentWillReset() {
     mInputQueues.clear();
     mStream = nullptr;
-    for (int i = 0; i < mReaderCount; ++i) {
-        mReaders[i]->release();
-    }
-    std::free(mReaders);
-    mReaders = nullptr;
-    mReaderCount = 0;
+    releaseEndpoints(mReaders, mReaderCount);
     return 0;
 }
 
 RQFrameReader* RExporter::getReader(int index) const noexcept {
-    return index >= 0 && index < mReaderCount ? mReaders[index] : nullptr;
+    return endpointAt(mReaders, mReaderCount, index);
 }
 
 }  // namespace CM

@@ -2,6 +2,8 @@
 
 #include <cm/CMQueueRW.h>
 
+#include "CMEndpoints.h"
+
 #include <cstdlib>
 
 namespace ZR {
@@ -15,14 +17,9 @@ int RImporter::init(RPtr<RStream> stream, std::vector<RQueue*>& outputs) {
     initialize();
     mStream = std::move(stream);
     mOutputQueues = outputs;
-    mWriterCount = static_cast<int>(outputs.size());
-    if (mWriterCount == 0) {
-        return 0;
-    }
-    mWriters = static_cast<RQFrameWriter**>(std::malloc(sizeof(RQFrameWriter*) * outputs.size()));
-    for (int i = 0; i < mWriterCount; ++i) {
-        mWriters[i] = new RQFrameWriter(outputs[static_cast<size_t>(i)], this);
-        mWriters[i]->retain();
+    // No outputs, no array.
+    if (!outputs.empty()) {
+        mWriters = makeEndpoints<RQFrameWriter>(outputs, this, mWriterCount);
     }
     return 0;
 }
@@ -47,17 +44,12 @@ int RImporter::handleNotification(CNotification& n) {
 int RImporter::componentWillReset() {
     mOutputQueues.clear();
     mStream = nullptr;
-    for (int i = 0; i < mWriterCount; ++i) {
-        mWriters[i]->release();
-    }
-    std::free(mWriters);
-    mWriters = nullptr;
-    mWriterCount = 0;
+    releaseEndpoints(mWriters, mWriterCount);
     return 0;
 }
 
 RQFrameWriter* RImporter::getWriter(int index) const noexcept {
-    return index >= 0 && index < mWriterCount ? mWriters[index] : nullptr;
+    return endpointAt(mWriters, mWriterCount, index);
 }
 
 }  // namespace CM
