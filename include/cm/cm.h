@@ -15,6 +15,7 @@
 #include <cm/CMMetaData.h>
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
+#include <cm/CMRTP.h>
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
