@@ -16,6 +16,7 @@
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMRTP.h>
+#include <cm/CMRTSP.h>
 #include <cm/CMSDP.h>
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
