@@ -36,14 +36,20 @@ struct Line {
     int next;
 };
 
-// The complete line starting at `start`, or false when no line end has arrived yet.
-bool lineAt(const char* bytes, int length, int start, Line* line) {
+// The complete line starting at `start`, or false when no line end has arrived yet. While
+// more bytes may come (`complete` false), a "\r" as the last byte may still be the first
+// half of "\r\n" and does not end a line yet.
+bool lineAt(const char* bytes, int length, int start, bool complete, Line* line) {
     for (int i = start; i < length; ++i) {
-        if (bytes[i] == '\r' || bytes[i] == '\n') {
-            const bool pair = bytes[i] == '\r' && i + 1 < length && bytes[i + 1] == '\n';
-            *line = Line{start, i, i + (pair ? 2 : 1)};
-            return true;
+        if (bytes[i] != '\r' && bytes[i] != '\n') {
+            continue;
         }
+        if (bytes[i] == '\r' && i + 1 == length && !complete) {
+            return false;
+        }
+        const bool pair = bytes[i] == '\r' && i + 1 < length && bytes[i + 1] == '\n';
+        *line = Line{start, i, i + (pair ? 2 : 1)};
+        return true;
     }
     return false;
 }
@@ -53,7 +59,7 @@ bool lineAt(const char* bytes, int length, int start, Line* line) {
 // first line not yet complete, so that the next call goes on from there.
 int findHeaderEnd(const char* bytes, int length, int* lineStart) {
     Line line;
-    while (lineAt(bytes, length, *lineStart, &line)) {
+    while (lineAt(bytes, length, *lineStart, false, &line)) {
         *lineStart = line.next;
         if (line.end == line.begin) {
             return line.next;
@@ -190,7 +196,7 @@ RPtr<RRTSPResponse> RRTSPResponse::createWithSocket(RPtr<RSocket>& socket) {
 void RRTSPResponse::parse(const char* bytes, int length, int headerEnd) {
     const int headerLength = headerEnd == -1 ? length : headerEnd;
     Line line;
-    for (int start = 0; lineAt(bytes, headerLength, start, &line); start = line.next) {
+    for (int start = 0; lineAt(bytes, headerLength, start, true, &line); start = line.next) {
         if (line.end == line.begin) {
             break;
         }

@@ -342,6 +342,11 @@ TEST(RTSPResponseTest, MalformedHeaderLinesParseAsFarAsTheyGo) {
     EXPECT_EQ(r->getContentLength(), INT_MAX);
     EXPECT_EQ(bodyOf(*r), "short");
 
+    // A "\r" that ends one read and the "\n" that begins the next make one line end.
+    r = responseTo(Reply("RTSP/1.0 200 OK\r\nCSeq: 12\r\nX: 1\r\n\r\n", 16, 50));
+    EXPECT_STREQ(r->getHeader("CSeq").c_str(), "12");
+    EXPECT_STREQ(r->getHeader("X").c_str(), "1");
+
     const char withNuls[] = "RTSP/1.0 200 O\0K\r\nX-A: a\0b\r\n\r\nbo\0dy";
     r = responseTo(std::string(withNuls, sizeof withNuls - 1));
     EXPECT_EQ(r->getStatus(), 200u);
