@@ -2,9 +2,8 @@
 // connection, the times and the session attributes. getSDP() writes these lines; the media
 // blocks come from RRTPDescription::getSDP() and the caller appends them behind.
 //
-// The text keeps two deliberate differences from the usual form, which receivers of this
-// engine expect: the origin line is keyed "n=" rather than "o=", and it ends in a blank
-// after the address.
+// The text differs from the usual form in two deliberate ways that must be kept: the origin
+// line is keyed "n=" rather than "o=", and it ends in a blank after the address.
 //
 // All four classes are plain values with public fields, filled by one thread.
 #ifndef CM_CMSDP_H
