@@ -7,6 +7,11 @@ packages=(
     cmake ninja-build g++ clang pkg-config ccache
     libxml2-dev libxml2-utils
     libgtest-dev libgmock-dev libbenchmark-dev
+    # Interoperability tests of the RTP and RTSP code: an independent RTP decoder and a
+    # real RTSP server (GStreamer's, driven from the system python).
+    tshark
+    python3 python3-gi gir1.2-gstreamer-1.0 gir1.2-gst-rtsp-server-1.0
+    gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 
 missing=()
@@ -21,5 +26,7 @@ echo "installing: ${missing[*]}"
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo=sudo
 export DEBIAN_FRONTEND=noninteractive
+# wireshark-common asks whether non-root users may capture; the tests need no capture rights.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | $sudo debconf-set-selections
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -9,9 +9,9 @@
 #include <cm/CMComponentConfiguration.h>
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
+#include <cm/CMExporter.h>
 #include <cm/CMFileStream.h>
 #include <cm/CMFirewireStream.h>
-#include <cm/CMExporter.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
 #include <cm/CMImporter.h>
@@ -20,6 +20,9 @@
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMQueueRW.h>
+#include <cm/CMRTP.h>
+#include <cm/CMRTSP.h>
+#include <cm/CMSDP.h>
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
