@@ -83,6 +83,15 @@ private:
 // Reading inserts only keys the configuration does not hold yet: existing values win, and
 // nothing is cleared first. A truncated stream keeps the complete pairs before the break
 // and sets data.failed().
+// Implemented by components that take settings besides the importer's and exporter's own
+// configure() (filters, packetizers): the host hands such a component its configuration
+// after init() and before start(). 0 accepts it; anything else is a result code.
+class CConfigurableP {
+public:
+    virtual ~CConfigurableP() = default;
+    virtual int configure(RComponentConfiguration& configuration) = 0;
+};
+
 CData& operator<<(CData& data, const RComponentConfiguration& configuration);
 CData& operator>>(CData& data, RComponentConfiguration& configuration);
 

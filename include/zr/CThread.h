@@ -87,6 +87,11 @@ public:
         std::lock_guard<CMutex> lock(mThreadMutex);
         return mSystemTime;
     }
+    // What the run function of the last completed run returned (-1 for an aborted run).
+    int getRunResult() const {
+        std::lock_guard<CMutex> lock(mThreadMutex);
+        return mRunResult;
+    }
     int getRunningThreadCount() const {
         std::lock_guard<CMutex> lock(mThreadMutex);
         return static_cast<int>(mRunningThreads.size());
@@ -108,7 +113,7 @@ protected:
     int startThread(Method method, zrbase::object_refcount* parameter, pthread_t* handle);
 
 private:
-    void recordRun(double started);
+    void recordRun(double started, int result);
 
     // Guards mRunningThreads and the three times.
     mutable CMutex mThreadMutex;
@@ -116,6 +121,7 @@ private:
     CTimeStamp mWallTime;                 // guarded by mThreadMutex
     double mUserTime = 0.0;               // guarded by mThreadMutex
     double mSystemTime = 0.0;             // guarded by mThreadMutex
+    int mRunResult = 0;                   // guarded by mThreadMutex
 };
 
 template <typename T>
@@ -167,19 +173,20 @@ void* CThread<T>::_startThread(void* arg) {
         result = -1;
     }
 
-    self.recordRun(began);
+    self.recordRun(began, static_cast<int>(result));
     object->release();
     return reinterpret_cast<void*>(result);
 }
 
 template <typename T>
-void CThread<T>::recordRun(double began) {
+void CThread<T>::recordRun(double began, int result) {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
     const double now = detail::wallClockNow();
     std::lock_guard<CMutex> lock(mThreadMutex);
     mUserTime = detail::secondsOf(usage.ru_utime);
     mSystemTime = detail::secondsOf(usage.ru_stime);
+    mRunResult = result;
     mWallTime = std::max(0.0, now - began);  // the wall clock may step back
     mRunningThreads.erase(pthread_self());
 }

@@ -1,0 +1,64 @@
+// The host's start-up and its way to components and media.
+//
+// Start-up follows the library's order: the configuration file first, then the default
+// logger, then the component manager, which scans the component directory. The host then
+// finds components the way a user names them — an importer by the media's file extension
+// (highest priority first), an exporter by the output's extension ("wav" finds
+// wav.exporter), a filter by its name ("gain" finds gain.filter) — loads them, and opens
+// media through the stream factory (a path, a file:// URI or any URI a reader plug-in
+// serves).
+//
+// Everything here runs on the main thread before and after the pipeline runs.
+#ifndef CMHOST_HOST_H
+#define CMHOST_HOST_H
+
+#include <cm/cm.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace cmhost {
+
+// A failure with the library's result code; main prints the message and the code's text.
+class HostError : public std::runtime_error {
+public:
+    HostError(int code, const std::string& message) : std::runtime_error(message), mCode(code) {}
+    int code() const { return mCode; }
+
+private:
+    int mCode;
+};
+
+class Host {
+public:
+    // Loads configPath, or the configuration shipped with the program when it is empty.
+    // verbose mirrors every log message to standard error.
+    Host(const std::string& configPath, bool verbose);
+
+    const std::string& configPath() const { return mConfigPath; }
+    ZR::CM::RComponentManager& manager() const { return *mManager; }
+
+    ZR::RPtr<ZR::CM::RImporterInfo> importerFor(const std::string& media) const;
+    ZR::RPtr<ZR::CM::RExporterInfo> exporterFor(const std::string& path) const;
+    ZR::RPtr<ZR::CM::RComponentInfo> componentNamed(const std::string& name,
+                                                    const char* kind) const;
+
+    // Loads the component's first object; the host holds the only reference.
+    ZR::RPtr<ZR::CM::RComponent> load(ZR::CM::RComponentInfo& info) const;
+    // A stream on the media, not yet opened (an importer opens its own in openSource());
+    // flags are open(2) flags.
+    ZR::RPtr<ZR::CM::RStream> stream(const std::string& media, unsigned int flags) const;
+    // The same, opened: for the output an exporter writes.
+    ZR::RPtr<ZR::CM::RStream> openStream(const std::string& media, unsigned int flags) const;
+
+private:
+    std::string mConfigPath;
+    ZR::CM::RComponentManager* mManager;
+};
+
+// The lower-case extension of a path or URI ("WAV" in "a/b.WAV" gives "wav"), or "".
+std::string extensionOf(const std::string& path);
+
+}  // namespace cmhost
+
+#endif

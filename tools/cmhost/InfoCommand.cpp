@@ -1,0 +1,67 @@
+// cmhost info MEDIA
+//
+// Opens the media through the stream factory, picks the importer by the file extension
+// (the highest priority first) and prints the movie it describes: its metadata and each
+// track.
+#include "CommandLine.h"
+#include "Commands.h"
+#include "Host.h"
+
+#include <fcntl.h>
+
+#include <cstdio>
+
+namespace cmhost {
+
+namespace {
+
+void printMovie(const ZR::CM::RMovieInfo& movie) {
+    for (const auto& entry : movie.getMetaData()) {
+        std::printf("  %s: %s\n", entry.first.c_str(), entry.second.c_str());
+    }
+    std::printf("tracks: %zu\n", movie.mTracks.size());
+    for (const ZR::CM::RTrackInfo* track : movie.mTracks) {
+        std::printf("  track %u: %s, start %.3f s, duration %.3f s, %llu bytes\n", track->mTrackID,
+                    fourccText(track->mMediaType).c_str(), double(track->mTrackStart),
+                    double(track->mTrackDuration), track->mTrackSize);
+    }
+}
+
+}  // namespace
+
+int runInfo(const GlobalOptions& global, const Words& args) {
+    const CommandLine line(args, {}, {"--help"});
+    if (line.has("--help")) {
+        std::puts(
+            "usage: cmhost info MEDIA\n"
+            "  MEDIA is a path, a file:// URI or any URI a reader plug-in serves; the importer\n"
+            "  is chosen by the file extension");
+        return 0;
+    }
+    line.expectPositionalCount(1, 1);
+    const std::string media = line.positional(0, "MEDIA");
+    const Host host(global.config, global.verbose);
+    const auto info = host.importerFor(media);
+    const auto component = host.load(*info);
+    auto* importer = dynamic_cast<ZR::CM::RImporter*>(component.addr());
+    if (!importer) {
+        throw HostError(ZR::CM::kResultComponentLoadFailed,
+                        std::string(info->directoryName.c_str()) + " is not an importer");
+    }
+    std::vector<ZR::CM::RQueue*> none;
+    importer->init(host.stream(media, O_RDONLY), none);
+    const int result = importer->openSource();
+    if (result != 0) {
+        component->reset();
+        throw HostError(result, "cannot read " + media);
+    }
+    const ZR::RPtr<ZR::CM::RMovieInfo> movie = importer->getMovieInfo();
+    std::printf("media: %s\nimporter: %s\n", media.c_str(), info->directoryName.c_str());
+    if (movie) {
+        printMovie(*movie);
+    }
+    component->reset();
+    return 0;
+}
+
+}  // namespace cmhost

@@ -1,0 +1,128 @@
+#include "Pipeline.h"
+
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+namespace cmhost {
+
+namespace {
+
+double seconds(const timeval& tv) { return tv.tv_sec + tv.tv_usec / 1e6; }
+
+double now() {
+    timeval tv;
+    gettimeofday(&tv, nullptr);
+    return seconds(tv);
+}
+
+std::string humanBytes(unsigned long long bytes) {
+    char text[32];
+    if (bytes >= (10ull << 20)) {
+        std::snprintf(text, sizeof text, "%llu MiB", bytes >> 20);
+    } else if (bytes >= (10ull << 10)) {
+        std::snprintf(text, sizeof text, "%llu KiB", bytes >> 10);
+    } else {
+        std::snprintf(text, sizeof text, "%llu B", bytes);
+    }
+    return text;
+}
+
+}  // namespace
+
+Pipeline::~Pipeline() {
+    // Stages still hold readers and writers on the queues, and they hold the stages.
+    for (Stage& stage : mStages) {
+        stage.component->reset();
+    }
+}
+
+ZR::CM::RQueue* Pipeline::addQueue(const std::string& name) {
+    mQueues.emplace_back(new ZR::CM::RQueue(mLow, mHigh, ZR::CString(name.c_str())));
+    return mQueues.back().addr();
+}
+
+void Pipeline::addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component,
+                        ZR::CM::RQueue* output) {
+    mStages.push_back(Stage{name, std::move(component), output});
+}
+
+bool Pipeline::anyRunning() const {
+    for (const Stage& stage : mStages) {
+        if (stage.component->getRunningThreadCount() != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string Pipeline::progressLine() const {
+    std::string line;
+    for (const Stage& stage : mStages) {
+        if (!line.empty()) {
+            line += " | ";
+        }
+        line += stage.name;
+        if (stage.output) {
+            char text[96];
+            std::snprintf(text, sizeof text, " %llu fr %s [%d/%d]",
+                          static_cast<unsigned long long>(stage.output->getFramesPut()),
+                          humanBytes(stage.output->getBytesPut()).c_str(),
+                          stage.output->getNodeCount(), mHigh);
+            line += text;
+        }
+    }
+    return line;
+}
+
+int Pipeline::run(bool showProgress) {
+    const double started = now();
+    for (auto stage = mStages.rbegin(); stage != mStages.rend(); ++stage) {
+        if (stage->component->start(nullptr) != 0) {
+            return ZR::CM::kResultComponentStartFailed;
+        }
+    }
+    if (showProgress) {
+        while (anyRunning()) {
+            std::fprintf(stderr, "\r\033[K%s", progressLine().c_str());
+            std::fflush(stderr);
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+        std::fprintf(stderr, "\r\033[K");
+    }
+    int result = 0;
+    for (Stage& stage : mStages) {
+        stage.component->join();
+        stage.result = stage.component->getRunResult();
+        if (result == 0 && stage.result != 0) {
+            result = stage.result;
+        }
+    }
+    mWallSeconds = now() - started;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    mUserSeconds = seconds(usage.ru_utime);
+    mSystemSeconds = seconds(usage.ru_stime);
+    return result;
+}
+
+void Pipeline::printReport(std::FILE* out) const {
+    for (const Stage& stage : mStages) {
+        const ZR::CM::RComponent& c = *stage.component;
+        std::fprintf(out, "%-16s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n",
+                     stage.name.c_str(),
+                     ZR::RString(stage.component->getStatus()).c_str(), double(c.getWallTime()),
+                     c.getUserTime(), c.getSystemTime(),
+                     stage.result ? (std::string(" failed: ") +
+                                     ZR::CM::stringWithResultCode(stage.result))
+                                        .c_str()
+                                  : "");
+    }
+    std::fprintf(out, "run: wall %.3f s, user %.3f s, system %.3f s\n", mWallSeconds, mUserSeconds,
+                 mSystemSeconds);
+}
+
+}  // namespace cmhost

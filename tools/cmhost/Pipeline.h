@@ -1,0 +1,59 @@
+// A running chain of components: the stages in order, the queues between them, one thread
+// per stage.
+//
+// run() starts the stages from the last to the first (so that every reader exists before
+// its writer produces), waits for all of them and reports: on a terminal a live progress
+// line (frames and bytes each stage has put out, the fill of each queue), at the end one
+// status line per stage with its thread's times and the run's wall, user and system times.
+// A stage whose run returns a result code other than 0 fails the run with that code.
+#ifndef CMHOST_PIPELINE_H
+#define CMHOST_PIPELINE_H
+
+#include <cm/cm.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace cmhost {
+
+class Pipeline {
+public:
+    // Queues hold at most `high` frames and wake their writer again at `low`.
+    explicit Pipeline(int low = 8, int high = 32) : mLow(low), mHigh(high) {}
+    ~Pipeline();
+    Pipeline(const Pipeline&) = delete;
+    Pipeline& operator=(const Pipeline&) = delete;
+
+    ZR::CM::RQueue* addQueue(const std::string& name);
+    // Stages are given in pipeline order; `output` is the queue the stage writes (or null).
+    void addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component,
+                  ZR::CM::RQueue* output);
+
+    // Runs every stage to its end; returns 0 or the first failing stage's result code.
+    int run(bool showProgress);
+    void printReport(std::FILE* out) const;
+
+private:
+    struct Stage {
+        std::string name;
+        ZR::RPtr<ZR::CM::RComponent> component;
+        ZR::CM::RQueue* output;
+        int result = 0;
+    };
+
+    bool anyRunning() const;
+    std::string progressLine() const;
+
+    int mLow;
+    int mHigh;
+    std::vector<ZR::RPtr<ZR::CM::RQueue>> mQueues;
+    std::vector<Stage> mStages;
+    double mWallSeconds = 0;
+    double mUserSeconds = 0;
+    double mSystemSeconds = 0;
+};
+
+}  // namespace cmhost
+
+#endif
