@@ -13,6 +13,7 @@
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMPluginStream.h>
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMStream.h>
