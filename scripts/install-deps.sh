@@ -5,8 +5,9 @@ set -euo pipefail
 
 packages=(
     cmake ninja-build g++ clang pkg-config ccache
-    libxml2-dev libxml2-utils
+    libxml2-dev libxml2-utils libcurl4-openssl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    nginx
 )
 
 missing=()
