@@ -218,6 +218,10 @@ std::vector<std::string> plugins::find_plugins(std::string const& pattern) const
         std::fprintf(stderr, "plug-in pattern longer than %zu characters\n", k_max_pattern_length);
         return ids;
     }
+    // Compiled under the lock as well: the regex scanner goes through ctype<char>::narrow,
+    // which fills a cache shared by the whole process without synchronisation (GCC bug
+    // 77704), so two registry users must not compile at once.
+    const std::lock_guard<std::mutex> lock(m_mutex);
     std::regex expression;
     try {
         expression.assign(pattern, std::regex::ECMAScript);
@@ -225,7 +229,6 @@ std::vector<std::string> plugins::find_plugins(std::string const& pattern) const
         std::fprintf(stderr, "invalid plug-in pattern \"%s\": %s\n", pattern.c_str(), e.what());
         return ids;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
     for (entry const& item : m_entries) {
         if (std::regex_match(item.id, expression)) {
             ids.push_back(item.id);
