@@ -3,11 +3,14 @@
 #include <zrbase/exception.h>
 #include <zrbase/string_with_format.h>
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 
 namespace cm_http {
@@ -91,7 +94,8 @@ struct curl_reader::transfer {
         const std::string line(bytes, size * count);
         if (starts_with_no_case(line, "HTTP/")) {
             const std::size_t space = line.find(' ');
-            self.status = space == std::string::npos ? 0 : std::atol(line.c_str() + space + 1);
+            self.status =
+                space == std::string::npos ? 0 : std::strtol(line.c_str() + space + 1, nullptr, 10);
             self.range_first = -1;
             self.range_total = -1;
         } else if (starts_with_no_case(line, "content-range:")) {
@@ -136,12 +140,12 @@ struct curl_reader::transfer {
 };
 
 curl_reader::curl_reader()
-    : m_size(-1),
+    : m_error(),
+      m_size(-1),
       m_position(0),
       m_window(new unsigned char[k_window]),
       m_window_first(0),
-      m_window_length(0),
-      m_error() {}
+      m_window_length(0) {}
 
 curl_reader::~curl_reader() = default;
 
@@ -278,6 +282,11 @@ unsigned int curl_reader::read(void* buffer, unsigned int count) const {
 }
 
 unsigned int curl_reader::read_some(unsigned char* out, unsigned int count) const {
+    // No resource reaches that far, and the range asked for must stay representable.
+    if (std::numeric_limits<long long>::max() - m_position <
+        static_cast<long long>(k_window) + count) {
+        return 0;
+    }
     if (m_size >= 0) {
         if (m_position >= m_size) {
             return 0;
@@ -335,7 +344,10 @@ long long curl_reader::seek(long long offset, seek_type type) const {
             fail(zrbase::string_with_format("unknown seek type %d", static_cast<int>(type)));
     }
     long long position = 0;
-    if (__builtin_add_overflow(base, offset, &position) || position < 0) {
+    if (__builtin_add_overflow(base, offset, &position)) {
+        fail("seek position out of range");
+    }
+    if (position < 0) {
         fail("seek before the start of the resource");
     }
     m_position = position;

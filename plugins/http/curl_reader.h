@@ -59,6 +59,8 @@ private:
     // Up to count bytes at the position, from the window or one request; 0 at the end.
     unsigned int read_some(unsigned char* out, unsigned int count) const;
 
+    // Where the handle writes its reasons; declared first, so that it outlives the handle.
+    mutable char m_error[CURL_ERROR_SIZE];
     std::unique_ptr<CURL, easy_deleter> m_easy;
     long long m_size;  // -1 while unknown
     // The rda view is const: reading moves the position and refills the window.
@@ -66,7 +68,6 @@ private:
     std::unique_ptr<unsigned char[]> m_window;
     mutable long long m_window_first;
     mutable std::size_t m_window_length;
-    mutable char m_error[CURL_ERROR_SIZE];
 };
 
 }  // namespace cm_http
