@@ -5,13 +5,15 @@ set -euo pipefail
 
 packages=(
     cmake ninja-build g++ clang pkg-config ccache
-    libxml2-dev libxml2-utils
+    libxml2-dev libxml2-utils libcurl4-openssl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     # Interoperability tests of the RTP and RTSP code: an independent RTP decoder and a
     # real RTSP server (GStreamer's, driven from the system python).
     tshark
     python3 python3-gi gir1.2-gstreamer-1.0 gir1.2-gst-rtsp-server-1.0
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+    # A real HTTP server with byte ranges for the HTTP reader plug-in's tests.
+    nginx
 )
 
 missing=()

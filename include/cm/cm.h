@@ -17,6 +17,7 @@
 #include <cm/CMImporter.h>
 #include <cm/CMMetaData.h>
 #include <cm/CMNotification.h>
+#include <cm/CMPluginStream.h>
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
 #include <cm/CMQueueRW.h>

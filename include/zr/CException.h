@@ -4,27 +4,27 @@
 //
 // An exception records where it was thrown: the source path ("lib/cm/CMFrame"), the line
 // and the full signature of the throwing function. ZR_THROW builds one at the throw site.
+// It is a zrbase::e::base whose description is the message, so that code that reports
+// any failure of the base library by its description (the stream factory does) reports
+// these too.
 #ifndef ZR_CEXCEPTION_H
 #define ZR_CEXCEPTION_H
 
 #include <zr/CBuffer.h>
-
-#include <exception>
+#include <zrbase/exception.h>
 
 namespace ZR {
 
-class CException : public std::exception {
+class CException : public zrbase::e::base {
 public:
     CException(const char* typeName, int line, const char* file, const char* function,
                const CString& message);
-
-    const char* what() const noexcept override { return mMessage.c_str(); }
 
     const char* getTypeName() const noexcept { return mTypeName.c_str(); }
     int getLine() const noexcept { return mLine; }
     const char* getFile() const noexcept { return mFile.c_str(); }
     const char* getFunction() const noexcept { return mFunction.c_str(); }
-    const char* getMessage() const noexcept { return mMessage.c_str(); }
+    const char* getMessage() const noexcept { return description().c_str(); }
 
     // Writes the exception to standard error.
     void print() const;
@@ -34,7 +34,6 @@ private:
     int mLine;
     CString mFile;
     CString mFunction;
-    CString mMessage;
 };
 
 class CExceptionHandlerP {

@@ -21,8 +21,10 @@ public:
 
 class ra {
 public:
-    // Where a seek offset counts from; the values are those of POSIX whence.
-    enum seek_type { seek_begin = 0, seek_current = 1, seek_end = 2 };
+    // Where a seek offset counts from; the values are those of POSIX whence. The fixed
+    // underlying type makes any whence a caller hands on a valid value, which an
+    // implementation then refuses.
+    enum seek_type : int { seek_begin = 0, seek_current = 1, seek_end = 2 };
 
     virtual ~ra();
     virtual long long tell() const = 0;

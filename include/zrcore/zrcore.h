@@ -3,6 +3,9 @@
 #define ZRCORE_ZRCORE_H
 
 #include <zr/zr.h>
+#include <zrcore/plugin.h>
+#include <zrcore/plugins.h>
+#include <zrcore/reader.h>
 #include <zrcore/version.h>
 
 #endif

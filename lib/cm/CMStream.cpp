@@ -2,7 +2,10 @@
 
 #include <cm/CMFileStream.h>
 #include <cm/CMFirewireStream.h>
+#include <cm/CMPluginStream.h>
+#include <zrbase/exception.h>
 
+#include <cstdio>
 #include <memory>
 
 namespace ZR {
@@ -11,6 +14,18 @@ namespace CM {
 namespace {
 
 constexpr long long kCopyBlock = 65536;
+
+// A plug-in stream for uri, or nothing when none can be built; why goes to standard error.
+RPtr<RStream> pluginStream(const RURI& uri) {
+    try {
+        return RPtr<RStream>(new RPluginStream(uri));
+    } catch (const zrbase::e::base& e) {
+        std::fprintf(stderr, "plugin stream exception: %s\n", e.description().c_str());
+    } catch (...) {
+        std::fprintf(stderr, "plugin stream uncaught exception\n");
+    }
+    return RPtr<RStream>();
+}
 
 }  // namespace
 
@@ -25,8 +40,8 @@ RPtr<RStream> RStream::getStream(const RURI& uri, unsigned int flags, unsigned c
             return RPtr<RStream>(new RFirewireStream(uri, flags, mode));
         default:
             // Every other scheme belongs to a reader plug-in, which only reads, so any flags
-            // get nothing. The plug-in stream is not built yet: for now no request gets one.
-            return RPtr<RStream>();
+            // get nothing.
+            return flags == 0 ? pluginStream(uri) : RPtr<RStream>();
     }
 }
 

@@ -149,3 +149,14 @@ TEST(CExceptionTest, RecordsWhereItWasThrown) {
         EXPECT_NE(std::string(e.getFunction()).find("TestBody"), std::string::npos);
     }
 }
+
+TEST(CExceptionTest, IsCaughtAsBaseExceptionDescribedByItsMessage) {
+    bool caught = false;
+    try {
+        ZR_THROW("lib/cm/CMPluginStream", ZR::CString("no reader"));
+    } catch (const zrbase::e::base& e) {
+        caught = true;
+        EXPECT_EQ(e.description(), "no reader");
+    }
+    EXPECT_TRUE(caught);
+}

@@ -14,17 +14,18 @@ cmake --install "$build_dir" --prefix "$prefix" >/dev/null
 libdir=$(ls -d "$prefix"/lib*/pkgconfig | head -n 1 | xargs dirname)
 
 echo "== data files"
-for file in info.dtd cm-config.dtd cm.conf; do
-    test -f "$prefix/share/cm/$file" || { echo "not installed: share/cm/$file"; exit 1; }
+for file in share/cm/info.dtd share/cm/cm-config.dtd share/cm/plugin.dtd share/cm/cm.conf \
+            lib/cm/plugins/http.plugin.xml lib/cm/plugins/http-reader.so; do
+    test -f "$prefix/$file" || { echo "not installed: $file"; exit 1; }
 done
 
 echo "== pkg-config"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 "$cxx" -std=c++17 -o "$work/hello-pc" "$src_dir/hello.cpp" $(pkg-config --cflags --libs cm)
-LD_LIBRARY_PATH=$libdir "$work/hello-pc"
+LD_LIBRARY_PATH=$libdir "$work/hello-pc" "$prefix/share/cm/cm.conf"
 
 echo "== find_package(cm)"
 cmake -S "$src_dir" -B "$work/consumer" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
       -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
-LD_LIBRARY_PATH=$libdir "$work/consumer/hello"
+LD_LIBRARY_PATH=$libdir "$work/consumer/hello" "$prefix/share/cm/cm.conf"

@@ -70,6 +70,7 @@ TEST(StreamFileTest, FailedCallsRaiseAtTheirLines) {
     file fifo(dir.file("fifo"), O_RDWR, 0);
     expectRaise([&] { fifo.tell(); }, 395, ESPIPE);
     expectRaise([&] { fifo.seek(0, ra::seek_begin); }, 424, ESPIPE);
+    expectRaise([&] { readOnly.seek(0, static_cast<ra::seek_type>(200)); }, 424, EINVAL);
     expectRaise([&] { file::temporary(dir.file("missing")); }, 294, ENOENT);
     ::close(readOnly.descriptor());  // closed behind the object's back
     expectRaise([&] { readOnly.close(); }, 249, EBADF);

@@ -1,0 +1,7 @@
+#include <zrcore/plugin.h>
+
+namespace zrcore {
+
+plugin::~plugin() = default;
+
+}  // namespace zrcore

@@ -1,0 +1,7 @@
+#include <zrcore/reader.h>
+
+namespace zrcore {
+
+reader::~reader() = default;
+
+}  // namespace zrcore

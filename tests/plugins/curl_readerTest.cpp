@@ -1,0 +1,244 @@
+// The HTTP reader plug-in, reached as every host reaches it: through the stream factory,
+// with the registry configured by the build tree's default configuration.
+#include <cm/CMPluginStream.h>
+#include <cm/CMSysConf.h>
+
+#include "support/HttpServers.h"
+#include "support/Loopback.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using cmtest::httpResponse;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+using ZR::RPtr;
+using ZR::RURI;
+using ZR::CM::RStream;
+using Bytes = std::vector<unsigned char>;
+
+constexpr long long kWindow = 256 * 1024;  // the reader's read-ahead
+
+class CurlReaderTest : public testing::Test {
+protected:
+    void SetUp() override {
+        // The configuration lies in the build tree as it does in an install, so this also
+        // checks that its relative plug-in directory finds the built plug-in.
+        ASSERT_TRUE(ZR::CM::sys_conf::instance().load_file(CM_BINARY_DIR "/share/cm/cm.conf",
+                                                           CM_BINARY_DIR "/share/cm/"));
+        ::setenv("HOME", mHome.path().c_str(), 1);
+    }
+
+    static RPtr<RStream> openStream(const std::string& url) {
+        RPtr<RStream> stream = RStream::getStream(RURI(url.c_str()), 0, 0);
+        EXPECT_TRUE(stream);
+        EXPECT_EQ(stream->getType(), 6);
+        EXPECT_EQ(stream->open(), 0);
+        return stream;
+    }
+
+    cmtest::TempDir mHome;
+};
+
+// Bytes that differ at every offset a reader could confuse with another.
+Bytes pattern(size_t size) {
+    Bytes bytes(size);
+    std::uint64_t state = 0x9E3779B97F4A7C15u;
+    for (auto& byte : bytes) {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        byte = static_cast<unsigned char>(state);
+    }
+    return bytes;
+}
+
+void writeFile(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+// length bytes read at position, or fewer when the stream ends.
+Bytes readAt(RStream& stream, long long position, long long length) {
+    EXPECT_EQ(stream.lseek(position, 0), position);
+    Bytes bytes(static_cast<size_t>(length));
+    const long long got = stream.read(bytes.data(), length);
+    EXPECT_GE(got, 0);
+    bytes.resize(static_cast<size_t>(std::max(got, 0LL)));
+    return bytes;
+}
+
+Bytes slice(const Bytes& bytes, long long position, long long length) {
+    const long long end = std::min<long long>(position + length, bytes.size());
+    return Bytes(bytes.begin() + position, bytes.begin() + std::max(end, position));
+}
+
+// The value of a request header ("Range"), or "" when absent.
+std::string header(const std::string& head, const std::string& name) {
+    const size_t at = head.find("\r\n" + name + ": ");
+    if (at == std::string::npos) {
+        return "";
+    }
+    const size_t begin = at + name.size() + 4;
+    return head.substr(begin, head.find("\r\n", begin) - begin);
+}
+
+TEST_F(CurlReaderTest, ReadsSeeksAndSizeAgreeWithTheServedFile) {
+    cmtest::TempDir root;
+    const Bytes content = pattern(5u << 20);
+    writeFile(root.file("media.bin"), content);
+    cmtest::Nginx nginx(root.path());
+    const auto size = static_cast<long long>(content.size());
+
+    const RPtr<RStream> stream = openStream(nginx.url("/media.bin"));
+    EXPECT_EQ(stream->size(), size);
+    // Reads far apart cost their own neighbourhood, not the resource up to them.
+    EXPECT_TRUE(readAt(*stream, 4 << 20, 10) == slice(content, 4 << 20, 10));
+    EXPECT_TRUE(readAt(*stream, size - 100, 400) == slice(content, size - 100, 400));
+    const long long sent = nginx.bodyBytesSent();
+    EXPECT_GE(sent, 110);
+    EXPECT_LT(sent, 2 * kWindow);
+
+    // Inside the read-ahead, across its edge, larger than it, and past the end.
+    const long long positions[][2] = {
+        {0, 1},
+        {1, 7},
+        {kWindow - 3, 10},
+        {kWindow, 1},
+        {12345, 3 * kWindow + 17},
+        {size - 1, 1},
+        {size - 7, 100},
+        {size, 10},
+        {size + 5, 10},
+        {(3 << 20) + 1, 1 << 20},
+    };
+    for (const auto& at : positions) {
+        EXPECT_TRUE(readAt(*stream, at[0], at[1]) == slice(content, at[0], at[1]))
+            << "at " << at[0] << " for " << at[1];
+    }
+    EXPECT_EQ(stream->lseek(100, 0), 100);
+    EXPECT_EQ(stream->lseek(-50, 1), 50);
+    EXPECT_EQ(stream->lseek(-10, 2), size - 10);
+
+    // The whole resource through the factory's copy, which seeks before every block.
+    const RPtr<RStream> copy = RStream::getTempStream();
+    EXPECT_EQ(copy->append(stream.addr()), size - 10);  // the source is put back
+    EXPECT_EQ(copy->size(), size);
+    EXPECT_TRUE(readAt(*copy, 0, size) == content);
+
+    CaptureStderr();
+    EXPECT_EQ(stream->lseek(-1, 0), -1);
+    EXPECT_EQ(stream->lseek(0, 7), -1);
+    EXPECT_EQ(GetCapturedStderr(),
+              "read-plugin seek() exception: seek before the start of the resource\n"
+              "read-plugin seek() exception: unknown seek type 7\n");
+    EXPECT_EQ(stream->close(), 0);
+}
+
+TEST_F(CurlReaderTest, MissingResourceAndRefusedConnectionFailToOpen) {
+    cmtest::TempDir root;
+    cmtest::Nginx nginx(root.path());
+    int port = 0;
+    ::close(cmtest::loopbackServer(SOCK_STREAM, &port));  // nothing listens there now
+
+    const RPtr<RStream> missing = RStream::getStream(RURI(nginx.url("/missing.bin").c_str()), 0, 0);
+    const RPtr<RStream> refused = RStream::getStream(
+        RURI(("http://127.0.0.1:" + std::to_string(port) + "/a.mov").c_str()), 0, 0);
+    ASSERT_TRUE(missing && refused);  // nothing is asked of the server before open()
+    CaptureStderr();
+    EXPECT_EQ(missing->open(), 169);
+    EXPECT_EQ(GetCapturedStderr(), "read-plugin open() exception: HTTP status 404\n");
+
+    CaptureStderr();
+    EXPECT_EQ(refused->open(), 169);
+    const std::string refusal = GetCapturedStderr();
+    EXPECT_EQ(refusal.rfind("read-plugin open() exception: ", 0), 0u) << refusal;
+    EXPECT_NE(refusal.find(std::to_string(port)), std::string::npos) << refusal;
+
+    // A reader that failed to open refuses everything else, and says so.
+    unsigned char byte;
+    CaptureStderr();
+    EXPECT_EQ(refused->read(&byte, 1), -1);
+    EXPECT_EQ(refused->size(), -1);
+    EXPECT_EQ(GetCapturedStderr(),
+              "read-plugin read() exception: the reader is not open\n"
+              "read-plugin seek() exception: the reader is not open\n");
+}
+
+TEST_F(CurlReaderTest, ReplyEndingMidBodyOrForOtherBytesFailsTheRead) {
+    const std::string body(1000, 'x');
+    cmtest::ScriptedHttpServer server([&body](const std::string& head) {
+        if (head.rfind("HEAD ", 0) == 0) {
+            return httpResponse("200 OK", "Content-Length: 1000\r\n", "");
+        }
+        if (head.find(" /other ") != std::string::npos) {
+            return httpResponse("206 Partial Content",
+                                "Content-Range: bytes 0-9/1000\r\nContent-Length: 10\r\n",
+                                body.substr(0, 10));
+        }
+        // Claims the whole range, sends half of it and closes.
+        return httpResponse("206 Partial Content",
+                            "Content-Range: bytes 0-999/1000\r\nContent-Length: 1000\r\n",
+                            body.substr(0, 500));
+    });
+    unsigned char buffer[100];
+    const RPtr<RStream> truncated = openStream(server.url("/truncated"));
+    CaptureStderr();
+    EXPECT_EQ(truncated->read(buffer, sizeof buffer), -1);
+    const std::string early = GetCapturedStderr();
+    EXPECT_EQ(early.rfind("read-plugin read() exception: ", 0), 0u) << early;
+    EXPECT_EQ(early.find('\n'), early.size() - 1) << early;
+
+    const RPtr<RStream> other = openStream(server.url("/other"));
+    EXPECT_EQ(other->lseek(600, 0), 600);
+    CaptureStderr();
+    EXPECT_EQ(other->read(buffer, sizeof buffer), -1);
+    EXPECT_EQ(GetCapturedStderr(),
+              "read-plugin read() exception: the server sent bytes from 0 instead of 600\n");
+}
+
+TEST_F(CurlReaderTest, ServersWithoutHeadOrRangesStillServeEveryByte) {
+    const Bytes content = pattern(3000);
+    const std::string body(content.begin(), content.end());
+    cmtest::ScriptedHttpServer server([&body](const std::string& head) {
+        if (head.rfind("HEAD ", 0) == 0) {
+            return httpResponse("405 Method Not Allowed", "Content-Length: 0\r\n", "");
+        }
+        long long first = 0;
+        long long last = 0;
+        const std::string range = header(head, "Range");
+        if (head.find(" /ranged ") == std::string::npos ||
+            std::sscanf(range.c_str(), "bytes=%lld-%lld", &first, &last) != 2) {
+            return httpResponse("200 OK", "Content-Length: 3000\r\n", body);
+        }
+        last = std::min<long long>(last, 2999);
+        return httpResponse(
+            "206 Partial Content",
+            "Content-Range: bytes " + std::to_string(first) + "-" + std::to_string(last) +
+                "/3000\r\nContent-Length: " + std::to_string(last - first + 1) + "\r\n",
+            body.substr(first, last - first + 1));
+    });
+    for (const char* path : {"/ranged", "/whole"}) {
+        const RPtr<RStream> stream = openStream(server.url(path));
+        EXPECT_EQ(stream->size(), 3000) << path;
+        EXPECT_TRUE(readAt(*stream, 2500, 100) == slice(content, 2500, 100)) << path;
+        EXPECT_TRUE(readAt(*stream, 7, 3000) == slice(content, 7, 3000)) << path;
+        EXPECT_TRUE(readAt(*stream, 3000, 1).empty()) << path;
+    }
+}
+
+}  // namespace
