@@ -27,17 +27,14 @@ std::string executableDirectory() {
     return directoryOf(std::string(buffer, static_cast<size_t>(length)));
 }
 
-// The configuration that comes with the program: the one CMake writes beside the program
-// in a build tree, or the installed one under share/cm.
+// The configuration that comes with the program: share/cm/cm.conf beside the bin (or
+// tools) directory that holds it, in an install and in a build tree alike.
 std::string shippedConfiguration() {
-    const std::string dir = executableDirectory();
-    for (const std::string& candidate : {dir + "/cm.conf", dir + "/../share/cm/cm.conf"}) {
-        if (access(candidate.c_str(), R_OK) == 0) {
-            return candidate;
-        }
+    const std::string candidate = executableDirectory() + "/../share/cm/cm.conf";
+    if (access(candidate.c_str(), R_OK) != 0) {
+        throw HostError(ZR::CM::kResultFileNotFound, "no configuration at " + candidate);
     }
-    throw HostError(ZR::CM::kResultFileNotFound,
-                    "no configuration beside the program (" + dir + "/cm.conf)");
+    return candidate;
 }
 
 std::string lowerCase(std::string text) {
