@@ -194,6 +194,7 @@ RComponent* RComponentManager::loadComponent(const RString& name) {
 RComponent* RComponentManager::doLoadComponent(const RString& path) {
     auto found = mLibraries.find(path);
     if (found == mLibraries.end()) {
+        // Symbols stay local to the module, so that components may use the same names.
         void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
         if (!handle) {
             throw loaderFailure(kOpenFailedLine, __PRETTY_FUNCTION__,
