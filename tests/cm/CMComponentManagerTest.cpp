@@ -319,12 +319,14 @@ TEST_F(ComponentManagerTest, LoaderFailuresThrowTheirExceptions) {
 }
 
 TEST(ComponentManagerDefaultTest, TakesItsDirectoryFromTheShippedConfiguration) {
-    // The shipped cm.conf names "@components" and "@" (for info.dtd) below its root.
+    // The shipped cm.conf names "@../../lib/cm/components" and "@" (for info.dtd) relative
+    // to its own directory.
     ASSERT_TRUE(
         sys_conf::instance().load_file(CM_SOURCE_DIR "/data/cm.conf", CM_SOURCE_DIR "/data/"));
     RComponentManager* manager = RComponentManager::getDefault();
     EXPECT_EQ(manager, RComponentManager::getDefault());
-    EXPECT_STREQ(manager->getComponentDirectory().c_str(), CM_SOURCE_DIR "/data/components");
+    EXPECT_STREQ(manager->getComponentDirectory().c_str(),
+                 CM_SOURCE_DIR "/data/../../lib/cm/components");
     EXPECT_EQ(manager->loadComponentInformation(), 0);  // info.dtd found, no components
     EXPECT_TRUE(manager->getFilters().empty());
 }
