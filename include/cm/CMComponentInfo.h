@@ -30,6 +30,8 @@ struct _xmlDtd;
 namespace ZR {
 namespace CM {
 
+class RComponent;
+
 class RComponentInfoBase : public zrbase::object_refcount {
 public:
     RComponentInfoBase() = default;
@@ -61,21 +63,25 @@ public:
     // "objects"): 0 when this kind accepts it, -1 otherwise.
     virtual int typeSpecificLoadXML(_xmlNode* node) = 0;
 
-    // Loads componentDirectory/directoryName/info.xml after validating it against dtd; the
-    // component manager passes its component directory.
+    // Where the component's shared objects are: <component directory>/directoryName/
+    // <os>/<cpu>/<object>, with the default manager's component directory and the object
+    // that the format map's getFormatItem() chooses for (in, out). The object name is empty
+    // when no item serves the pair.
+    virtual RString getComponentPath(unsigned int in, unsigned int out) const;
+
+    // A new component of this info's object for (in, out), loaded by the default manager
+    // (RComponentManager::loadComponent(), which may throw); the caller owns one reference.
+    virtual RComponent* getComponentInstance(unsigned int in, unsigned int out);
+
+    // Loads <component directory>/directoryName/info.xml, with the default manager's
+    // component directory, after validating it against dtd.
     // Returns -1 when there is no directory name or no definition, when the file cannot be
     // read, is not a regular file or is larger than kMaxInfoFileSize, when it does not parse
     // or validate, when its root is not "info", or when its objects exceed the format
     // limits; otherwise the result of the last typeSpecificLoadXML() (0 when the document
     // has no kind element). libxml2's parse and validation messages, and a line for each
     // failure of our own, go to standard error.
-    int loadInfoXML(_xmlDtd* dtd, const CString& componentDirectory);
-
-    // componentDirectory/directoryName/<os>/<cpu>/<object>: the shared object that the
-    // format map's getFormatItem() chooses for (in, out). The object name is empty when no
-    // item serves the pair.
-    RString getComponentPath(const CString& componentDirectory, unsigned int in,
-                             unsigned int out) const;
+    int loadInfoXML(_xmlDtd* dtd);
 
     RString directoryName;  // below the component directory
     RFormatObjectMap formatMap;

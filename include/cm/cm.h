@@ -8,6 +8,7 @@
 #include <cm/CMComponent.h>
 #include <cm/CMComponentConfiguration.h>
 #include <cm/CMComponentInfo.h>
+#include <cm/CMComponentManager.h>
 #include <cm/CMComponentStatus.h>
 #include <cm/CMExporter.h>
 #include <cm/CMFileStream.h>

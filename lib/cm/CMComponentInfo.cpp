@@ -1,5 +1,7 @@
 #include <cm/CMComponentInfo.h>
 
+#include <cm/CMComponentManager.h>
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/valid.h>
@@ -272,12 +274,13 @@ int RComponentInfo::acceptKindElement(const _xmlNode* node, const char* word) {
     return node && isNamed(node, word) ? 0 : -1;
 }
 
-int RComponentInfo::loadInfoXML(_xmlDtd* dtd, const CString& componentDirectory) {
+int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
     if (directoryName.getLength() == 0 || !dtd) {
         return -1;
     }
-    const CString path = CString::createWithFormat("%s/%s/info.xml", componentDirectory.c_str(),
-                                                   directoryName.c_str());
+    const CString path = CString::createWithFormat(
+        "%s/%s/info.xml", RComponentManager::getDefault()->getComponentDirectory().c_str(),
+        directoryName.c_str());
     std::string content;
     if (!readInfoFile(path.c_str(), content)) {
         return -1;
@@ -330,11 +333,14 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd, const CString& componentDirectory)
     return result;
 }
 
-RString RComponentInfo::getComponentPath(const CString& componentDirectory, unsigned int in,
-                                         unsigned int out) const {
-    return RString::createWithFormat("%s/%s/%s/%s", componentDirectory.c_str(),
-                                     directoryName.c_str(), kPlatformDirectory,
-                                     formatMap.getFormatItem(in, out)->name.c_str());
+RString RComponentInfo::getComponentPath(unsigned int in, unsigned int out) const {
+    return RString::createWithFormat(
+        "%s/%s/%s/%s", RComponentManager::getDefault()->getComponentDirectory().c_str(),
+        directoryName.c_str(), kPlatformDirectory, formatMap.getFormatItem(in, out)->name.c_str());
+}
+
+RComponent* RComponentInfo::getComponentInstance(unsigned int in, unsigned int out) {
+    return RComponentManager::getDefault()->loadComponent(this, in, out);
 }
 
 int RImporterInfo::typeSpecificLoadXML(_xmlNode* node) {

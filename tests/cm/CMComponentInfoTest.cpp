@@ -1,5 +1,7 @@
 #include <cm/CMComponentInfo.h>
 
+#include <cm/CMComponentManager.h>
+
 #include "support/TestSupport.h"
 #include "support/WireBytes.h"
 
@@ -78,6 +80,8 @@ protected:
         std::ofstream(mTemp.file("lenient.dtd")) << kLenientDtd;
         mLenientDtd.reset(xmlParseDTD(nullptr, BAD_CAST mTemp.file("lenient.dtd").c_str()));
         ASSERT_TRUE(mDtd && mLenientDtd);
+        // Infos find their info.xml below the default manager's component directory.
+        RComponentManager::getDefault()->setComponentDirectory(CString(mTemp.path().c_str()));
     }
 
     // Writes text (unless empty) as the info.xml of info's directory and loads it, with
@@ -89,7 +93,7 @@ protected:
             std::ofstream(dir + "/info.xml") << text;
         }
         testing::internal::CaptureStderr();
-        const int result = info.loadInfoXML(dtd ? dtd : mDtd.get(), CString(mTemp.path().c_str()));
+        const int result = info.loadInfoXML(dtd ? dtd : mDtd.get());
         mErrors = testing::internal::GetCapturedStderr();
         return result;
     }
@@ -205,7 +209,7 @@ TEST_F(ComponentInfoTest, UnreadableOrInvalidDocumentsGiveMinusOne) {
     EXPECT_EQ(load(unnamed, document("", "", "")), -1);
     RDecompressorInfo noDtd{RString("nodtd")};
     load(noDtd, document("", "", ""));
-    EXPECT_EQ(noDtd.loadInfoXML(nullptr, CString(mTemp.path().c_str())), -1);
+    EXPECT_EQ(noDtd.loadInfoXML(nullptr), -1);
     RDecompressorInfo missing{RString("missing")};
     EXPECT_EQ(load(missing, ""), -1);
     EXPECT_NE(mErrors.find("missing/info.xml"), std::string::npos) << mErrors;
@@ -353,9 +357,10 @@ TEST_F(ComponentInfoTest, ComponentPathAndChildLookup) {
     }
     RDecompressorInfo info{RString("avc.decoder")};
     info.formatMap.set(fourcc("avc1"), fourcc("yuv2"), RString("libavc.so"), {}, {});
-    EXPECT_EQ(info.getComponentPath(CString("/opt/cm"), fourcc("avc1"), kAnyFourCC).c_str(),
+    RComponentManager::getDefault()->setComponentDirectory(CString("/opt/cm"));
+    EXPECT_EQ(info.getComponentPath(fourcc("avc1"), kAnyFourCC).c_str(),
               "/opt/cm/avc.decoder/" + platform + "/libavc.so");
-    EXPECT_EQ(info.getComponentPath(CString("/opt/cm"), fourcc("mp4v"), kAnyFourCC).c_str(),
+    EXPECT_EQ(info.getComponentPath(fourcc("mp4v"), kAnyFourCC).c_str(),
               "/opt/cm/avc.decoder/" + platform + "/");
 
     const char text[] = "<a><b>1</b>words<c/><b>2</b></a>";

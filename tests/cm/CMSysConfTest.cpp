@@ -158,6 +158,33 @@ TEST(SysConfTest, TypedGettersAndSetters) {
     EXPECT_EQ(pieces.size(), 2u);
 }
 
+// The shipped definition keeps the two log ports under "loggin", as existing files spell
+// them, and nowhere else; "@" stands for the root in values.
+TEST(SysConfTest, ShippedDefinitionTakesTheLogginPortKeysAndRootSubstitution) {
+    cmtest::TempDir dir;
+    const std::string head = "<?xml version=\"1.0\"?>\n<!DOCTYPE cm-config SYSTEM \"" CM_SOURCE_DIR
+                             "/data/cm-config.dtd\">\n<cm-config><common>";
+    sys_conf& conf = sys_conf::instance();
+    const std::string misplaced =
+        write(dir, "misplaced.xml",
+              head + "<logging><tcp-port>1</tcp-port></logging></common></cm-config>");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(conf.load_file(misplaced.c_str(), ""));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("tcp-port"), std::string::npos);
+
+    const std::string path = write(dir, "cm.conf", head + R"(
+    <component-path>@components</component-path>
+    <logging><udp-host>127.0.0.1</udp-host><tcp-host>localhost</tcp-host></logging>
+    <loggin><udp-port>5140</udp-port><tcp-port>6514</tcp-port></loggin>
+  </common></cm-config>)");
+    ASSERT_TRUE(conf.load_file(path.c_str(), "/srv/cm/"));
+    EXPECT_EQ(conf.get_int("common.loggin.udp-port", 0), 5140);
+    EXPECT_EQ(conf.get_int("common.loggin.tcp-port", 0), 6514);
+    EXPECT_EQ(conf.get_int("common.logging.udp-port", -1), -1);
+    EXPECT_EQ(conf.get_value("common.logging.udp-host", ""), "127.0.0.1");
+    EXPECT_EQ(conf.get_value("common.component-path", ""), "/srv/cm/components");
+}
+
 TEST(ItoaTest, WritesSignedDecimal) {
     char buffer[16];
     const std::pair<int, const char*> cases[] = {
