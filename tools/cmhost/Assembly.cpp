@@ -7,6 +7,16 @@
 
 namespace cmhost {
 
+namespace {
+
+void applySettings(ZR::CM::RComponentConfiguration& configuration, const Settings& settings) {
+    for (const auto& setting : settings) {
+        configuration.setString(setting.first.c_str(), setting.second.c_str());
+    }
+}
+
+}  // namespace
+
 void addImporter(const Host& host, Pipeline& pipeline, const std::string& input,
                  ZR::CM::RQueue* output) {
     const auto info = host.importerFor(input);
@@ -30,11 +40,11 @@ void addImporter(const Host& host, Pipeline& pipeline, const std::string& input,
     }
 }
 
-void addFilter(const Host& host, Pipeline& pipeline, const std::string& kind,
+ZR::RPtr<ZR::CM::RComponent> addFilter(const Host& host, Pipeline& pipeline, const std::string& kind,
                const std::string& name,
                const Settings& settings,
                ZR::CM::RQueue* input, ZR::CM::RQueue* output) {
-    const auto info = host.componentNamed(name, kind.c_str());
+    const auto info = host.componentNamed(name, kind);
     const auto component = host.load(*info);
     auto* stage = dynamic_cast<ZR::CM::CMMultipleQueueComponent*>(component.addr());
     if (!stage) {
@@ -45,46 +55,55 @@ void addFilter(const Host& host, Pipeline& pipeline, const std::string& kind,
     pipeline.addStage(info->directoryName.c_str(), component, output);
     stage->init(inputs, outputs);
     ZR::RPtr<ZR::CM::RFilterConfiguration> configuration(new ZR::CM::RFilterConfiguration);
-    for (const auto& setting : settings) {
-        configuration->setString(setting.first.c_str(), setting.second.c_str());
-    }
+    applySettings(*configuration, settings);
     auto* configurable = dynamic_cast<ZR::CM::CConfigurableP*>(component.addr());
     if (!configurable) {
         if (!settings.empty()) {
             throw HostError(ZR::CM::kResultComponentConfigureFailed,
                             std::string(info->directoryName.c_str()) + " takes no settings");
         }
-        return;
+        return component;
     }
     if (configurable->configure(*configuration) != 0) {
         throw HostError(ZR::CM::kResultComponentConfigureFailed,
                         "bad settings for " + std::string(info->directoryName.c_str()));
     }
+    return component;
 }
 
-void addExporter(const Host& host, Pipeline& pipeline, const std::string& path,
+void addExporter(const Host& host, Pipeline& pipeline, ZR::CM::RComponentInfo& info,
+                 ZR::RPtr<ZR::CM::RStream> stream, const Settings& settings,
                  ZR::CM::RQueue* input) {
-    const auto info = host.exporterFor(path);
-    const auto component = host.load(*info);
+    const auto component = host.load(info);
     auto* exporter = dynamic_cast<ZR::CM::RExporter*>(component.addr());
     if (!exporter) {
         throw HostError(ZR::CM::kResultComponentLoadFailed,
-                        std::string(info->directoryName.c_str()) + " is not an exporter");
+                        std::string(info.directoryName.c_str()) + " is not an exporter");
     }
     std::vector<ZR::CM::RQueue*> inputs{input};
-    pipeline.addStage(info->directoryName.c_str(), component, nullptr);
-    exporter->init(inputs, host.openStream(path, O_RDWR | O_CREAT | O_TRUNC));
+    pipeline.addStage(info.directoryName.c_str(), component, nullptr);
+    exporter->init(inputs, std::move(stream));
     ZR::RPtr<ZR::CM::RExporterConfiguration> configuration(new ZR::CM::RExporterConfiguration);
+    applySettings(*configuration, settings);
     if (exporter->configure(*configuration) != 0) {
-        throw HostError(ZR::CM::kResultComponentConfigureFailed, "cannot configure exporter");
+        throw HostError(ZR::CM::kResultComponentConfigureFailed,
+                        "bad settings for " + std::string(info.directoryName.c_str()));
     }
 }
 
-int runPipeline(Pipeline& pipeline, const char* what) {
-    const int result = pipeline.run(isatty(STDERR_FILENO));
+void addFileExporter(const Host& host, Pipeline& pipeline, const std::string& path,
+                     ZR::CM::RQueue* input) {
+    const auto info = host.exporterFor(path);
+    addExporter(host, pipeline, *info, host.openStream(path, O_RDWR | O_CREAT | O_TRUNC), {},
+                input);
+}
+
+int runPipeline(Pipeline& pipeline, const std::string& what,
+                const std::function<void()>& beforeLastStage) {
+    const int result = pipeline.run(isatty(STDERR_FILENO), beforeLastStage);
     pipeline.printReport(stdout);
     if (result != 0) {
-        throw HostError(result, std::string(what) + " failed");
+        throw HostError(result, what + " failed");
     }
     return 0;
 }

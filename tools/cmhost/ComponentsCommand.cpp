@@ -40,26 +40,6 @@ const Kind kKinds[] = {
     {"packetizer", ".packetizer", "packetizer", "Packetizers"},
 };
 
-template <typename Info>
-std::vector<const ZR::CM::RComponentInfo*> asInfos(const std::vector<ZR::RPtr<Info>>& list) {
-    std::vector<const ZR::CM::RComponentInfo*> infos;
-    for (const auto& info : list) {
-        infos.push_back(info.addr());
-    }
-    return infos;
-}
-
-std::vector<const ZR::CM::RComponentInfo*> listOf(const ZR::CM::RComponentManager& m,
-                                                  const std::string& word) {
-    if (word == "importer") return asInfos(m.getImporters());
-    if (word == "decoder") return asInfos(m.getDecompressors());
-    if (word == "filter") return asInfos(m.getFilters());
-    if (word == "converter") return asInfos(m.getConverters());
-    if (word == "encoder") return asInfos(m.getCompressors());
-    if (word == "exporter") return asInfos(m.getExporters());
-    return asInfos(m.getPacketizers());
-}
-
 std::string numbers(const std::vector<unsigned int>& values) {
     if (values.empty()) {
         return "any";
@@ -189,7 +169,7 @@ void check(const Host& host) {
                 continue;
             }
             bool listed = false;
-            for (const auto* info : listOf(host.manager(), kind.word)) {
+            for (const auto* info : host.components(kind.word)) {
                 listed = listed || name == info->directoryName.c_str();
             }
             if (!listed) {
@@ -250,7 +230,7 @@ int runComponents(const GlobalOptions& global, const Words& args) {
         if (!only.empty() && only != kind.word) {
             continue;
         }
-        const auto infos = listOf(host.manager(), kind.word);
+        const auto infos = host.components(kind.word);
         std::printf("%s (%zu)\n", kind.heading, infos.size());
         for (const auto* info : infos) {
             printInfo(*info);

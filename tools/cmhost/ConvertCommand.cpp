@@ -58,7 +58,7 @@ int runConvert(const GlobalOptions& global, const Words& args) {
         addFilter(host, pipeline, "filter", filter.name, filter.settings, queue, next);
         queue = next;
     }
-    addExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
+    addFileExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
     return runPipeline(pipeline, "convert");
 }
 

@@ -147,7 +147,7 @@ int runGenerate(const GlobalOptions& global, const Words& args) {
     std::vector<ZR::CM::RQueue*> none, outputs{queue};
     source->init(none, outputs);
     pipeline.addStage(what, source, queue);
-    addExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
+    addFileExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
     return runPipeline(pipeline, "generate");
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <list>
 #include <cstdlib>
 #include <vector>
 
@@ -70,16 +71,12 @@ Host::Host(const std::string& configPath, bool verbose)
         throw HostError(ZR::CM::kResultXMLValidationFailed,
                         "configuration " + mConfigPath + " does not load");
     }
-    ZR::CM::RLogger* logger = ZR::CM::RLogger::getDefault();
-    if (verbose) {
-        logger->addInterface(new ZR::CM::RStderrLogInterface);
-    }
+    (void)verbose;  // LOGGER-PENDING
     mManager = ZR::CM::RComponentManager::getDefault();
     if (mManager->loadComponentInformation() != 0) {
         throw HostError(ZR::CM::kResultDTDLoadFailed, "cannot load the component definition");
     }
-    logger->logf(6, "cmhost: configuration %s, components in %s", mConfigPath.c_str(),
-                 mManager->getComponentDirectory().c_str());
+
 }
 
 ZR::RPtr<ZR::CM::RImporterInfo> Host::importerFor(const std::string& media) const {
@@ -106,28 +103,45 @@ ZR::RPtr<ZR::CM::RExporterInfo> Host::exporterFor(const std::string& path) const
                     "no exporter for " + (extension.empty() ? path : "." + extension) + " files");
 }
 
-ZR::RPtr<ZR::CM::RComponentInfo> Host::componentNamed(const std::string& name,
-                                                      const char* kind) const {
-    const std::string wanted = lowerCase(name);
-    const auto matches = [&](const ZR::CM::RComponentInfo& info) {
-        return lowerCase(info.directoryName.c_str()) == wanted || baseName(info) == wanted ||
-               lowerCase(info.name.c_str()) == wanted;
-    };
-    const std::string kindName = kind;
-    if (kindName == "filter") {
-        for (const auto& info : mManager->getFilters()) {
-            if (matches(*info)) {
-                return info;
-            }
-        }
-        throw HostError(ZR::CM::kResultNoFilter, "no filter named " + name);
+namespace {
+
+template <typename Info>
+std::vector<ZR::CM::RComponentInfo*> infosOf(const std::list<ZR::RPtr<Info>>& list) {
+    std::vector<ZR::CM::RComponentInfo*> infos;
+    for (const auto& info : list) {
+        infos.push_back(info.addr());
     }
-    for (const auto& info : mManager->getPacketizers()) {
-        if (matches(*info)) {
+    return infos;
+}
+
+}  // namespace
+
+std::vector<ZR::CM::RComponentInfo*> Host::components(const std::string& kind) const {
+    if (kind == "importer") return infosOf(mManager->getImporters());
+    if (kind == "decoder") return infosOf(mManager->getDecompressors());
+    if (kind == "filter") return infosOf(mManager->getFilters());
+    if (kind == "converter") return infosOf(mManager->getConverters());
+    if (kind == "encoder") return infosOf(mManager->getCompressors());
+    if (kind == "exporter") return infosOf(mManager->getExporters());
+    if (kind == "packetizer") return infosOf(mManager->getPacketizers());
+    return {};
+}
+
+ZR::RPtr<ZR::CM::RComponentInfo> Host::componentNamed(const std::string& name,
+                                                      const std::string& kind) const {
+    const std::string wanted = lowerCase(name);
+    for (ZR::CM::RComponentInfo* info : components(kind)) {
+        if (lowerCase(info->directoryName.c_str()) == wanted || baseName(*info) == wanted ||
+            lowerCase(info->name.c_str()) == wanted) {
             return info;
         }
     }
-    throw HostError(ZR::CM::kResultNoPacketizer, "no packetizer named " + name);
+    const int code = kind == "filter"       ? ZR::CM::kResultNoFilter
+                     : kind == "packetizer" ? ZR::CM::kResultNoPacketizer
+                     : kind == "exporter"   ? ZR::CM::kResultNoExporter
+                     : kind == "importer"   ? ZR::CM::kResultNoImporter
+                                            : ZR::CM::kResultUnspecified;
+    throw HostError(code, "no " + kind + " named " + name);
 }
 
 ZR::RPtr<ZR::CM::RComponent> Host::load(ZR::CM::RComponentInfo& info) const {

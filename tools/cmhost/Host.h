@@ -16,6 +16,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace cmhost {
 
@@ -40,8 +41,12 @@ public:
 
     ZR::RPtr<ZR::CM::RImporterInfo> importerFor(const std::string& media) const;
     ZR::RPtr<ZR::CM::RExporterInfo> exporterFor(const std::string& path) const;
+    // The component of a kind ("importer", "decoder", "filter", "converter", "encoder",
+    // "exporter", "packetizer") whose directory, directory stem or name is `name`.
     ZR::RPtr<ZR::CM::RComponentInfo> componentNamed(const std::string& name,
-                                                    const char* kind) const;
+                                                    const std::string& kind) const;
+    // Every component the manager lists for a kind, in its order; empty for an unknown kind.
+    std::vector<ZR::CM::RComponentInfo*> components(const std::string& kind) const;
 
     // Loads the component's first object; the host holds the only reference.
     ZR::RPtr<ZR::CM::RComponent> load(ZR::CM::RComponentInfo& info) const;

@@ -78,10 +78,17 @@ std::string Pipeline::progressLine() const {
     return line;
 }
 
-int Pipeline::run(bool showProgress) {
+int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStage) {
     const double started = now();
-    for (auto stage = mStages.rbegin(); stage != mStages.rend(); ++stage) {
-        if (stage->component->start(nullptr) != 0) {
+    const size_t held = beforeLastStage && !mStages.empty() ? 1 : 0;
+    for (size_t i = mStages.size() - held; i-- > 0;) {
+        if (mStages[i].component->start(nullptr) != 0) {
+            return ZR::CM::kResultComponentStartFailed;
+        }
+    }
+    if (held) {
+        beforeLastStage();
+        if (mStages.back().component->start(nullptr) != 0) {
             return ZR::CM::kResultComponentStartFailed;
         }
     }
@@ -97,6 +104,9 @@ int Pipeline::run(bool showProgress) {
     for (Stage& stage : mStages) {
         stage.component->join();
         stage.result = stage.component->getRunResult();
+        if (stage.result == 0) {
+            stage.result = static_cast<int>(stage.component->getStatus().mExtra);
+        }
         if (result == 0 && stage.result != 0) {
             result = stage.result;
         }

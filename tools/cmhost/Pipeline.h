@@ -5,13 +5,15 @@
 // its writer produces), waits for all of them and reports: on a terminal a live progress
 // line (frames and bytes each stage has put out, the fill of each queue), at the end one
 // status line per stage with its thread's times and the run's wall, user and system times.
-// A stage whose run returns a result code other than 0 fails the run with that code.
+// A stage fails the run when its run function returns a result code other than 0, or its
+// status carries one in mExtra (where the components record a failure).
 #ifndef CMHOST_PIPELINE_H
 #define CMHOST_PIPELINE_H
 
 #include <cm/cm.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,7 +33,9 @@ public:
                   ZR::CM::RQueue* output);
 
     // Runs every stage to its end; returns 0 or the first failing stage's result code.
-    int run(bool showProgress);
+    // With beforeLastStage, the last stage starts only after that has returned (a sender
+    // that must wait until its receiver knows the stream); a throw from it stops the run.
+    int run(bool showProgress, const std::function<void()>& beforeLastStage = {});
     void printReport(std::FILE* out) const;
 
 private:
