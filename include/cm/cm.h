@@ -8,13 +8,17 @@
 #include <cm/CMComponentConfiguration.h>
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponentStatus.h>
+#include <cm/CMFileLog.h>
 #include <cm/CMFileStream.h>
 #include <cm/CMFirewireStream.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
+#include <cm/CMLogger.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMNetworkLog.h>
 #include <cm/CMQueue.h>
 #include <cm/CMQueueNode.h>
+#include <cm/CMSNMPTrap.h>
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
