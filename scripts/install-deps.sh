@@ -7,6 +7,8 @@ packages=(
     cmake ninja-build g++ clang pkg-config ccache
     libxml2-dev libxml2-utils
     libgtest-dev libgmock-dev libbenchmark-dev
+    snmptrapd      # the real trap receiver of the SNMP log tests
+    libspdlog-dev  # the comparison in bench/logging.cpp
 )
 
 missing=()
