@@ -260,9 +260,11 @@ void RSNMPTrap::addReqId() {
 }
 
 void RSNMPTrap::addUptime() {
+    // The start first: when this defines it, the clock read after it cannot be earlier.
+    const long start = RLogger::getStartTime();
     // Unsigned arithmetic: a clock set back wraps instead of overflowing.
-    const unsigned long seconds = static_cast<unsigned long>(nowSeconds()) -
-                                  static_cast<unsigned long>(RLogger::getStartTime());
+    const unsigned long seconds =
+        static_cast<unsigned long>(nowSeconds()) - static_cast<unsigned long>(start);
     addBytes(kTimeTicks, (seconds * 100) & 0xFFFFFFFFUL, 4);
 }
 
