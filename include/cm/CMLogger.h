@@ -34,6 +34,11 @@ enum LogPriority {
     kLogDebug = 7,
 };
 
+// Whether a configured threshold switches a destination on: 0 to 7.
+constexpr bool isLogPriority(int value) {
+    return value >= kLogEmergency && value <= kLogDebug;
+}
+
 class RLogInterfaceP : public zrbase::object_refcount {
 public:
     ~RLogInterfaceP() override;

@@ -20,10 +20,6 @@ constexpr unsigned short kFileMode = 0644;
 // No previous second: time texts are cached for values an int can hold.
 constexpr long long kNoSecond = -(1LL << 40);
 
-bool isPriority(int value) {
-    return value >= kLogEmergency && value <= kLogDebug;
-}
-
 void renameAndSay(const std::string& from, const std::string& to) {
     std::rename(from.c_str(), to.c_str());
     std::printf("rename %s to %s\n", from.c_str(), to.c_str());
@@ -35,7 +31,7 @@ RPtr<RFileLogInterface> RFileLogInterface::m_default;
 
 RFileLogInterface* RFileLogInterface::getDefault() {
     const int priority = sys_conf::instance().get_int("common.logging.filelog-priority", 8);
-    if (isPriority(priority) && !m_default) {
+    if (isLogPriority(priority) && !m_default) {
         m_default = new RFileLogInterface();
     }
     return m_default.addr();

@@ -23,16 +23,12 @@ constexpr const char* kTextOid = "1.3.6.1.4.1.15263.1.1.126";
 constexpr const char* kPriorityOid = "1.3.6.1.4.1.15263.1.1.127";
 constexpr const char* kCategoryOid = "1.3.6.1.4.1.15263.1.1.128";
 
-bool isPriority(int value) {
-    return value >= kLogEmergency && value <= kLogDebug;
-}
-
 // Reads a threshold key into the class's threshold and tells whether it switches the
 // destination on.
 bool readThreshold(std::atomic<int>& threshold, const char* key) {
     const int value = sys_conf::instance().get_int(key, kOff);
     threshold.store(value, std::memory_order_relaxed);
-    return isPriority(value);
+    return isLogPriority(value);
 }
 
 bool isSet(const char* key) {
@@ -124,8 +120,8 @@ RSyslogLogInterface* RSyslogLogInterface::getDefault(const char* identifier) {
 RSyslogLogInterface::RSyslogLogInterface(const char* identifier)
     : mIdentifier(identifier ? identifier : "PLAIVA") {
     const int configured = sys_conf::instance().get_int("common.logging.syslog-facility", 0);
-    // local0 for 0; the larger settings reach past the standard facilities, as deployed
-    // collectors expect.
+    // local0 for 0. Settings 1 to 7 land beyond the standard facilities; existing
+    // configurations rely on this mapping, so it stays.
     const int facility = configured >= 0 && configured <= 7 ? (configured + 1) * 128 : 128;
     openlog(mIdentifier.c_str(), LOG_PID | LOG_CONS, facility);
 }
@@ -215,12 +211,10 @@ int RSNMPLogInterface::log(int priority, int category, const char* text) {
     }
     const RPtr<RSNMPTrap> trap(new RSNMPTrap());
     addLogBindings(*trap, priority, category, text);
-    if (!trap->hasOverflowed()) {
-        if (trap->sendTrap(kTrapOid, mCommunity.c_str(), mSocket) != 0) {
-            return 0;
-        }
+    // 0 only when the trap did not fit; a failed send is not reported, like every other.
+    if (trap->sendTrap(kTrapOid, mCommunity.c_str(), mSocket) != 0) {
+        return 0;
     }
-    trap->reset();
     // Too long for one trap: send the longest beginning of the text that fits. A longer
     // beginning never fits where a shorter one does not, so halving the range between a
     // length that fits (low, at worst the empty text) and one that does not (high) finds
