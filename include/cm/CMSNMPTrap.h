@@ -13,9 +13,10 @@
 // length is always one byte, every trap carries the request id 0x87D61200, and the uptime
 // is always four bytes.
 //
-// An element that does not fit in front of the write position is not written: the trap is
-// marked overflowed, every later add does nothing, and sendTrap() sends nothing. A trap
-// is reset, and so reusable, after every sendTrap(). One thread at a time.
+// Nothing is ever written in front of the buffer. When an element (or its header) does not
+// fit, it stops there and the trap is marked overflowed: every later add does nothing and
+// sendTrap() sends nothing. A trap is reset, and so reusable, after every sendTrap(). One
+// thread at a time.
 #ifndef CM_CMSNMPTRAP_H
 #define CM_CMSNMPTRAP_H
 
