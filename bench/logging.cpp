@@ -194,7 +194,9 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;
     }
-    benchmark::ConsoleReporter report;
+    benchmark::ConsoleReporter report(isatty(STDERR_FILENO)
+                                          ? benchmark::ConsoleReporter::OO_Defaults
+                                          : benchmark::ConsoleReporter::OO_Tabular);
     report.SetOutputStream(&std::cerr);
     report.SetErrorStream(&std::cerr);
     if (!std::freopen("/dev/null", "w", stdout)) {
