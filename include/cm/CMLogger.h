@@ -19,6 +19,8 @@
 #include <zr/RPtr.h>
 #include <zrbase/object_refcount.h>
 
+#include <vector>
+
 namespace ZR {
 namespace CM {
 
@@ -53,6 +55,16 @@ class RTCPLogInterface;
 class RUDPLogInterface;
 class RSNMPLogInterface;
 
+// Writes every message of a priority up to its threshold to standard error, one line each.
+class RStderrLogInterface : public RLogInterfaceP {
+public:
+    explicit RStderrLogInterface(int threshold = kLogDebug) : mThreshold(threshold) {}
+    int log(int priority, int time, const char* message) override;
+
+private:
+    int mThreshold;
+};
+
 class RLogger : public zrbase::object_refcount {
 public:
     // Obtains every destination the configuration switches on; name labels the system
@@ -76,6 +88,10 @@ public:
     int logf(int priority, int time, const char* format, ...) __attribute__((format(printf, 4, 5)));
     int logf(int priority, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
+    // Adds a destination of the application's own (a console, a test) after the five: it
+    // sees every message and filters by itself. For start-up, before other threads log.
+    void addInterface(RLogInterfaceP* destination);
+
     // The second from which SNMP traps count their uptime: when the first logger was
     // created, or when the first trap asked for it if that came earlier.
     static long getStartTime();
@@ -94,6 +110,7 @@ private:
     RPtr<RTCPLogInterface> mTCP;
     RPtr<RUDPLogInterface> mUDP;
     RPtr<RSNMPLogInterface> mSNMP;
+    std::vector<RPtr<RLogInterfaceP>> mExtra;  // guarded by mMutex
 
     static RPtr<RLogger> mDefault;
 };

@@ -95,6 +95,24 @@ int RLogger::forward(int priority, int time, const char* message) {
     if (mSNMP) {
         mSNMP->log(priority, time, message);
     }
+    for (const RPtr<RLogInterfaceP>& destination : mExtra) {
+        destination->log(priority, time, message);
+    }
+    return 0;
+}
+
+void RLogger::addInterface(RLogInterfaceP* destination) {
+    const std::lock_guard<CMutex> lock(mMutex);
+    if (destination) {
+        mExtra.emplace_back(destination);
+    }
+}
+
+int RStderrLogInterface::log(int priority, int, const char* message) {
+    if (priority > mThreshold) {
+        return 0;
+    }
+    std::fprintf(stderr, "[%d] %s\n", priority, message);
     return 0;
 }
 
