@@ -14,6 +14,9 @@ packages=(
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good
     # A real HTTP server with byte ranges for the HTTP reader plug-in's tests.
     nginx
+    # The real trap receiver of the SNMP log tests, and the comparison in bench/logging.cpp.
+    snmptrapd
+    libspdlog-dev
 )
 
 missing=()

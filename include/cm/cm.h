@@ -11,12 +11,15 @@
 #include <cm/CMComponentManager.h>
 #include <cm/CMComponentStatus.h>
 #include <cm/CMExporter.h>
+#include <cm/CMFileLog.h>
 #include <cm/CMFileStream.h>
 #include <cm/CMFirewireStream.h>
 #include <cm/CMFormatObjectMap.h>
 #include <cm/CMFrame.h>
 #include <cm/CMImporter.h>
+#include <cm/CMLogger.h>
 #include <cm/CMMetaData.h>
+#include <cm/CMNetworkLog.h>
 #include <cm/CMNotification.h>
 #include <cm/CMPluginStream.h>
 #include <cm/CMQueue.h>
@@ -25,6 +28,7 @@
 #include <cm/CMRTP.h>
 #include <cm/CMRTSP.h>
 #include <cm/CMSDP.h>
+#include <cm/CMSNMPTrap.h>
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>

@@ -3,8 +3,9 @@
 //
 // The socket is created and its host resolved by connect(), never by the constructor.
 // Writes never raise SIGPIPE: a peer that has gone away makes them return -1 with errno
-// EPIPE or ECONNRESET, and the socket then counts as no longer connected. An optional
-// receive time-out keeps read2() from waiting for ever on a silent peer. Results follow
+// EPIPE or ECONNRESET, and the socket then counts as no longer connected. Optional
+// time-outs keep read2() from waiting for ever on a silent peer and writes on one that
+// takes no data. Results follow
 // the system calls: a count, 0 at the end of a stream, -1 with errno set on failure.
 //
 // Held through ZR::RPtr. One thread at a time; the destructor closes the socket.
@@ -46,6 +47,11 @@ public:
     // ever. Applies now and to later connections.
     void setReceiveTimeout(int milliseconds);
     int getReceiveTimeout() const noexcept { return mReceiveTimeout; }
+    // Milliseconds that a write may wait for room in the send buffer of a peer that takes
+    // no data; then it returns what it sent so far, or -1 with errno EAGAIN. 0 (the
+    // default) waits for ever. Applies now and to later connections.
+    void setSendTimeout(int milliseconds);
+    int getSendTimeout() const noexcept { return mSendTimeout; }
 
     const char* getHost() const noexcept { return mHost.c_str(); }
     int getPort() const noexcept { return mPort; }
@@ -54,7 +60,8 @@ public:
 private:
     // Opens a socket for the address and connects it; the descriptor or -1.
     int connectAddress(const void* address, unsigned int length, int socketType);
-    int applyReceiveTimeout(int fd) const;
+    // Sets the SO_RCVTIMEO and SO_SNDTIMEO options of fd from the two time-outs.
+    int applyTimeouts(int fd) const;
     // One send(2) with SIGPIPE suppressed, retried when a signal interrupts it.
     int sendOnce(const void* data, int length);
 
@@ -65,6 +72,7 @@ private:
     int mFd = -1;
     bool mConnected = false;
     int mReceiveTimeout = 0;
+    int mSendTimeout = 0;
 };
 
 }  // namespace ZR

@@ -85,7 +85,7 @@ int RSocket::connectAddress(const void* address, unsigned int length, int socket
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
 #endif
-    if (applyReceiveTimeout(fd) != 0 ||
+    if (applyTimeouts(fd) != 0 ||
         ::connect(fd, static_cast<const sockaddr*>(address), length) != 0) {
         const int error = errno;
         ::close(fd);
@@ -95,17 +95,28 @@ int RSocket::connectAddress(const void* address, unsigned int length, int socket
     return fd;
 }
 
-int RSocket::applyReceiveTimeout(int fd) const {
-    timeval limit{};
-    limit.tv_sec = mReceiveTimeout / 1000;
-    limit.tv_usec = (mReceiveTimeout % 1000) * 1000;
-    return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+int RSocket::applyTimeouts(int fd) const {
+    const auto option = [fd](int name, int milliseconds) {
+        timeval limit{};
+        limit.tv_sec = milliseconds / 1000;
+        limit.tv_usec = (milliseconds % 1000) * 1000;
+        return setsockopt(fd, SOL_SOCKET, name, &limit, sizeof limit);
+    };
+    return option(SO_RCVTIMEO, mReceiveTimeout) != 0 || option(SO_SNDTIMEO, mSendTimeout) != 0 ? -1
+                                                                                               : 0;
 }
 
 void RSocket::setReceiveTimeout(int milliseconds) {
     mReceiveTimeout = milliseconds > 0 ? milliseconds : 0;
     if (mFd != -1) {
-        applyReceiveTimeout(mFd);
+        applyTimeouts(mFd);
+    }
+}
+
+void RSocket::setSendTimeout(int milliseconds) {
+    mSendTimeout = milliseconds > 0 ? milliseconds : 0;
+    if (mFd != -1) {
+        applyTimeouts(mFd);
     }
 }
 

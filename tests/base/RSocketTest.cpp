@@ -50,6 +50,30 @@ TEST(RSocketTest, DatagramSocketSendsOneDatagramPerCall) {
     ::close(server);
 }
 
+TEST(RSocketTest, WriteToPeerThatTakesNoDataEndsAtSendTimeout) {
+    // The peer accepts and never reads: once both socket buffers are full a write can only
+    // end through the send time-out, with a short count or EAGAIN.
+    int port = 0;
+    const int server = cmtest::loopbackServer(SOCK_STREAM, &port);
+    RSocket socket("127.0.0.1", port, RSocket::kStream, RSocket::kIPv4);
+    ASSERT_EQ(socket.connect(), 0);
+    socket.setSendTimeout(100);
+    EXPECT_EQ(socket.getSendTimeout(), 100);
+    const int peer = ::accept(server, nullptr, nullptr);
+    static char block[1 << 20];
+    int result = sizeof block;
+    for (int i = 0; i < 256 && result == static_cast<int>(sizeof block); ++i) {
+        result = socket.write(block, sizeof block);
+    }
+    EXPECT_LT(result, static_cast<int>(sizeof block));
+    if (result == -1) {
+        EXPECT_EQ(errno, EAGAIN);
+    }
+    EXPECT_TRUE(socket.isConnected());  // a slow peer is not a lost one
+    ::close(peer);
+    ::close(server);
+}
+
 TEST(RSocketTest, RefusedConnectionFails) {
     int port = 0;
     ::close(cmtest::loopbackServer(SOCK_STREAM, &port));

@@ -60,8 +60,8 @@ TEST(ComponentStatusTest, SerializedFormRoundTripsWithoutTheTrailingWord) {
     out.mExtra = 5;
     ZR::CData data;
     data << out;
-    const unsigned char expected[] = {0, 0, 0, 5, 0xFF, 0xFF, 0xFF, 0xFD, 0, 1, 0x11, 0x70,
-                                      0, 0, 0, 5, 'd',  'o',  'n',  'e',  0};
+    const unsigned char expected[] = {0,    0, 0, 5, 0xFF, 0xFF, 0xFF, 0xFD, 0,   1, 0x11,
+                                      0x70, 0, 0, 0, 5,    'd',  'o',  'n',  'e', 0};
     ASSERT_EQ(data.getSize(), static_cast<int>(sizeof expected));
     EXPECT_EQ(std::string(data.getData(), data.getData() + data.getSize()),
               std::string(expected, expected + sizeof expected));

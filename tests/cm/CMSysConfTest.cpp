@@ -110,8 +110,7 @@ TEST(SysConfTest, SelfClosingElementIsNeverLeft) {
     cmtest::TempDir dir;
     sys_conf& conf = sys_conf::instance();
     conf.set_validation(false);
-    const std::string path =
-        write(dir, "c.xml", "<x><common><gone/><after>v</after></common></x>");
+    const std::string path = write(dir, "c.xml", "<x><common><gone/><after>v</after></common></x>");
     ASSERT_TRUE(conf.load_file(path.c_str(), ""));
     EXPECT_EQ(conf.get_value("common.gone.after", ""), "v");
 }
@@ -187,9 +186,12 @@ TEST(SysConfTest, ShippedDefinitionTakesTheLogginPortKeysAndRootSubstitution) {
 
 TEST(ItoaTest, WritesSignedDecimal) {
     char buffer[16];
-    const std::pair<int, const char*> cases[] = {
-        {0, "0"}, {7, "7"}, {-7, "-7"}, {1234567890, "1234567890"},
-        {INT_MAX, "2147483647"}, {INT_MIN, "-2147483648"}};
+    const std::pair<int, const char*> cases[] = {{0, "0"},
+                                                 {7, "7"},
+                                                 {-7, "-7"},
+                                                 {1234567890, "1234567890"},
+                                                 {INT_MAX, "2147483647"},
+                                                 {INT_MIN, "-2147483648"}};
     for (const auto& c : cases) {
         ZR::CM::itoa(c.first, buffer);
         EXPECT_STREQ(buffer, c.second);

@@ -1,0 +1,150 @@
+#include <cm/CMLogger.h>
+
+#include <cm/CMFileLog.h>
+#include <cm/CMNetworkLog.h>
+
+#include <sys/time.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <mutex>
+
+namespace ZR {
+namespace CM {
+
+namespace {
+
+constexpr int kFormatBufferSize = 2048;
+
+long nowSeconds() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return static_cast<long>(now.tv_sec);
+}
+
+// Tells the system log that the file log is missing, since the file cannot say so itself.
+void reportFileLogFailure() {
+    char host[256];
+    if (gethostname(host, sizeof host) != 0) {
+        host[0] = '\0';
+    }
+    host[sizeof host - 1] = '\0';  // a name that filled the buffer comes without its NUL
+    syslog(kLogCritical, "ENGINE %s-%u ERROR 'Failed to create filelog interface'", host,
+           static_cast<unsigned>(getpid()));
+}
+
+}  // namespace
+
+RPtr<RLogger> RLogger::mDefault;
+
+RLogInterfaceP::~RLogInterfaceP() = default;
+
+RLogger::RLogger(const char* name)
+    : mSyslog(RSyslogLogInterface::getDefault(name)),
+      mFile(RFileLogInterface::getDefault()),
+      mTCP(RTCPLogInterface::getDefault(name)),
+      mUDP(RUDPLogInterface::getDefault()),
+      mSNMP(RSNMPLogInterface::getDefault()) {
+    getStartTime();
+    if (!mFile) {
+        return;
+    }
+    try {
+        mFile->init();
+    } catch (const std::exception&) {
+        reportFileLogFailure();
+    }
+}
+
+RLogger::~RLogger() = default;
+
+RLogger* RLogger::getDefault(const char* name) {
+    if (!mDefault) {
+        mDefault = new RLogger(name);
+    }
+    return mDefault.addr();
+}
+
+RLogger* RLogger::getDefault() {
+    return getDefault(nullptr);
+}
+
+long RLogger::getStartTime() {
+    static const long start = nowSeconds();
+    return start;
+}
+
+int RLogger::forward(int priority, int time, const char* message) {
+    const std::lock_guard<CMutex> lock(mMutex);
+    if (mSyslog) {
+        mSyslog->log(priority, time, message);
+    }
+    if (mFile) {
+        mFile->log(priority, time, message);
+    }
+    if (mTCP) {
+        mTCP->log(priority, time, message);
+    }
+    if (mUDP) {
+        mUDP->log(priority, time, message);
+    }
+    if (mSNMP) {
+        mSNMP->log(priority, time, message);
+    }
+    for (const RPtr<RLogInterfaceP>& destination : mExtra) {
+        destination->log(priority, time, message);
+    }
+    return 0;
+}
+
+void RLogger::addInterface(RLogInterfaceP* destination) {
+    const std::lock_guard<CMutex> lock(mMutex);
+    if (destination) {
+        mExtra.emplace_back(destination);
+    }
+}
+
+int RStderrLogInterface::log(int priority, int, const char* message) {
+    if (priority > mThreshold) {
+        return 0;
+    }
+    std::fprintf(stderr, "[%d] %s\n", priority, message);
+    return 0;
+}
+
+int RLogger::log(int priority, int time, const RString& message) {
+    return forward(priority, time, message.c_str());
+}
+
+int RLogger::log(int priority, const RString& message) {
+    return forward(priority, static_cast<int>(std::time(nullptr)), message.c_str());
+}
+
+int RLogger::vlogf(int priority, int time, const char* format, va_list args) {
+    char text[kFormatBufferSize];
+    std::vsnprintf(text, sizeof text, format, args);
+    return forward(priority, time, text);
+}
+
+int RLogger::logf(int priority, int time, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = vlogf(priority, time, format, args);
+    va_end(args);
+    return result;
+}
+
+int RLogger::logf(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = vlogf(priority, static_cast<int>(std::time(nullptr)), format, args);
+    va_end(args);
+    return result;
+}
+
+}  // namespace CM
+}  // namespace ZR

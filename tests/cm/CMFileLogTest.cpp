@@ -1,0 +1,196 @@
+#include <cm/CMFileLog.h>
+
+#include <cm/CMSysConf.h>
+#include <zrbase/exception.h>
+
+#include <gtest/gtest.h>
+
+#include "support/TestSupport.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+using ZR::CM::RFileLogInterface;
+using ZR::CM::sys_conf;
+
+namespace {
+
+// Each test case runs in a process of its own, so the configuration and the default
+// destination start empty every time.
+void configure(const std::string& directory, const char* name, int priority, int size, int files) {
+    sys_conf& conf = sys_conf::instance();
+    conf.set_value("common.logging.filelog-path", directory.c_str());
+    conf.set_value("common.logging.filelog-name", name);
+    conf.set_int("common.logging.filelog-priority", priority);
+    conf.set_int("common.logging.filelog-filesize", size);
+    conf.set_int("common.logging.filelog-num-rotation", files);
+}
+
+std::string contents(const std::string& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+bool exists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+class FileLogTest : public testing::Test {
+protected:
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+    cmtest::TempDir mDir;
+};
+
+// 2001-09-09 01:46:40 UTC.
+constexpr int kTime = 1000000000;
+
+}  // namespace
+
+TEST_F(FileLogTest, OffUnlessThePriorityIsConfigured) {
+    EXPECT_EQ(RFileLogInterface::getDefault(), nullptr);
+    sys_conf::instance().set_int("common.logging.filelog-priority", 8);
+    EXPECT_EQ(RFileLogInterface::getDefault(), nullptr);
+
+    // Only the priority switches it on; the rest has defaults.
+    sys_conf::instance().set_int("common.logging.filelog-priority", 0);
+    RFileLogInterface* const log = RFileLogInterface::getDefault();
+    ASSERT_NE(log, nullptr);
+    EXPECT_EQ(log->getPath(), "/var/log/plaiva/plaiva.log");
+    EXPECT_EQ(RFileLogInterface::getDefault(), log);
+}
+
+TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
+    configure(mDir.path() + "/", "app.log", 3, 1024, 5);
+    RFileLogInterface log;
+    EXPECT_EQ(log.getPath(), mDir.file("app.log"));
+    EXPECT_EQ(log.log(3, kTime, "written"), 0);  // before init: no file, nothing written
+    EXPECT_FALSE(exists(log.getPath()));
+
+    ASSERT_TRUE(log.init());
+    EXPECT_EQ(log.log(3, kTime, "at the threshold"), 0);
+    EXPECT_EQ(log.log(4, kTime, "below it"), 0);
+    EXPECT_EQ(log.log(0, kTime + 61, "emergency"), 0);
+    const std::string expected =
+        "Sun Sep  9 01:46:40 2001 at the threshold\n"
+        "Sun Sep  9 01:47:41 2001 emergency\n";
+    EXPECT_EQ(contents(log.getPath()), expected);
+    EXPECT_EQ(log.getCurrentSize(), expected.size());
+
+    // A new destination appends to what is there.
+    RFileLogInterface again;
+    ASSERT_TRUE(again.init());
+    EXPECT_EQ(again.getCurrentSize(), expected.size());
+    again.log(1, kTime, "more");
+    EXPECT_EQ(contents(log.getPath()), expected + "Sun Sep  9 01:46:40 2001 more\n");
+}
+
+TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
+    configure(mDir.path(), "app.log", 7, 100, 5);
+    RFileLogInterface log;
+    ASSERT_TRUE(log.init());
+    const std::string line = "Sun Sep  9 01:46:40 2001 ";
+    // Each line is 25 + 16 + 1 = 42 bytes: the third passes 100, so the fourth rotates first.
+    testing::internal::CaptureStdout();
+    for (int i = 0; i < 3; ++i) {
+        log.log(6, kTime, ("message number " + std::to_string(i)).c_str());
+    }
+    EXPECT_EQ(log.getCurrentSize(), 126u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");  // a file may exceed by one line
+
+    testing::internal::CaptureStdout();
+    log.log(6, kTime, "message number 3");
+    const std::string d = mDir.path();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "rename " + d + "/app.3.log to " + d + "/app.4.log\n" +  //
+                  "rename " + d + "/app.2.log to " + d + "/app.3.log\n" + "rename " + d +
+                  "/app.1.log to " + d + "/app.2.log\n" + "rename " + d + "/app.log to " + d +
+                  "/app.1.log\n");
+    EXPECT_EQ(contents(d + "/app.log"), line + "message number 3\n");
+    EXPECT_EQ(log.getCurrentSize(), 42u);
+    EXPECT_EQ(contents(d + "/app.1.log"), line + "message number 0\n" + line +
+                                              "message number 1\n" + line + "message number 2\n");
+
+    // Three lines per file from now on: app.4.log ends up the oldest, and the last.
+    testing::internal::CaptureStdout();
+    for (int i = 4; i < 18; ++i) {
+        log.log(6, kTime, ("message number " + std::to_string(i)).c_str());
+    }
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(contents(d + "/app.1.log").substr(0, 43), line + "message number 12\n");
+    EXPECT_EQ(contents(d + "/app.4.log").substr(0, 42), line + "message number 3\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(d),
+                            std::filesystem::directory_iterator()),
+              5);
+}
+
+TEST_F(FileLogTest, InitRotatesAFileAlreadyAtTheMaximumAndNamesWithoutSuffix) {
+    configure(mDir.path(), "trace", 7, 10, 2);
+    const std::string d = mDir.path();
+    std::ofstream(d + "/trace") << "0123456789";
+    RFileLogInterface log;
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(log.init());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "rename " + d + "/trace to " + d + "/trace.1\n");
+    EXPECT_EQ(contents(d + "/trace.1"), "0123456789");
+    EXPECT_EQ(contents(d + "/trace"), "");
+    EXPECT_EQ(log.getCurrentSize(), 0u);
+}
+
+TEST_F(FileLogTest, OneFileIsWrittenOverFromItsStart) {
+    configure(mDir.path(), "one.log", 7, 60, 1);
+    const std::string path = mDir.file("one.log");
+    const std::string old(100, '.');
+    std::ofstream(path) << old;
+    RFileLogInterface log;
+    ASSERT_TRUE(log.init());
+    log.log(6, kTime, "first");   // 31 bytes
+    log.log(6, kTime, "second");  // 32 more: past 60
+    EXPECT_EQ(contents(path),
+              "Sun Sep  9 01:46:40 2001 first\nSun Sep  9 01:46:40 2001 second\n" + old.substr(63));
+    // Past the maximum the file is reopened and written from its start again.
+    log.log(6, kTime, "third");
+    EXPECT_EQ(contents(path).substr(0, 63),
+              "Sun Sep  9 01:46:40 2001 third\nSun Sep  9 01:46:40 2001 second\n");
+    EXPECT_EQ(log.getCurrentSize(), 31u);
+    EXPECT_FALSE(exists(mDir.file("one.1.log")));
+}
+
+TEST_F(FileLogTest, DirectoryThatCannotHoldTheFileFailsInit) {
+    const std::string blocker = mDir.file("not-a-directory");
+    std::ofstream(blocker) << "x";
+    configure(blocker + "/logs", "app.log", 7, 1024, 5);
+    RFileLogInterface log;
+    EXPECT_THROW(log.init(), zrbase::e::call);
+    EXPECT_EQ(log.log(0, kTime, "lost"), 0);
+
+    configure(blocker + "/logs", "app.log", 7, 1024, 1);
+    RFileLogInterface single;
+    EXPECT_THROW(single.init(), zrbase::e::call);
+}
+
+TEST_F(FileLogTest, FailedReopenAfterRotationSilencesTheFile) {
+    const std::string d = mDir.path() + "/logs";
+    std::filesystem::create_directory(d);
+    configure(d, "app.log", 7, 10, 3);
+    RFileLogInterface log;
+    ASSERT_TRUE(log.init());
+    EXPECT_EQ(log.log(6, kTime, "fills the file"), 0);
+    std::filesystem::remove_all(d);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(log.log(6, kTime, "cannot reopen"), -1);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(log.log(6, kTime, "ignored"), 0);
+}
