@@ -32,10 +32,11 @@ std::string executableDirectory() {
 // tools) directory that holds it, in an install and in a build tree alike.
 std::string shippedConfiguration() {
     const std::string candidate = executableDirectory() + "/../share/cm/cm.conf";
-    if (access(candidate.c_str(), R_OK) != 0) {
+    char resolved[PATH_MAX];
+    if (!realpath(candidate.c_str(), resolved)) {
         throw HostError(ZR::CM::kResultFileNotFound, "no configuration at " + candidate);
     }
-    return candidate;
+    return resolved;
 }
 
 std::string lowerCase(std::string text) {
@@ -71,11 +72,16 @@ Host::Host(const std::string& configPath, bool verbose)
         throw HostError(ZR::CM::kResultXMLValidationFailed,
                         "configuration " + mConfigPath + " does not load");
     }
-    (void)verbose;  // LOGGER-PENDING
+    ZR::CM::RLogger* logger = ZR::CM::RLogger::getDefault("cmhost");
+    if (verbose) {
+        logger->addInterface(new ZR::CM::RStderrLogInterface);
+    }
     mManager = ZR::CM::RComponentManager::getDefault();
     if (mManager->loadComponentInformation() != 0) {
         throw HostError(ZR::CM::kResultDTDLoadFailed, "cannot load the component definition");
     }
+    logger->logf(ZR::CM::kLogInfo, "cmhost: configuration %s, components in %s",
+                 mConfigPath.c_str(), mManager->getComponentDirectory().c_str());
 
 }
 
