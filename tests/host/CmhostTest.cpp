@@ -1,0 +1,256 @@
+// cmhost end to end: the program as a user runs it, with the components of this build,
+// checked by independent tools (ffprobe and ffmpeg read what it writes, and ffmpeg
+// receives its RTP stream through the SDP file it writes).
+#include <gtest/gtest.h>
+
+#include "support/Loopback.h"
+#include "support/TestSupport.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs a shell command line; its standard output and error are captured apart.
+Result run(const cmtest::TempDir& dir, const std::string& command) {
+    const std::string out = dir.file(".out"), err = dir.file(".err");
+    const int raw = std::system((command + " >" + out + " 2>" + err).c_str());
+    Result result;
+    result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    result.out = slurp(out);
+    result.err = slurp(err);
+    return result;
+}
+
+std::string cmhost(const std::string& args) { return std::string(CMHOST_PATH) + " " + args; }
+
+// The decoded samples of a media file as signed 16-bit little-endian bytes.
+std::string decodedSamples(const cmtest::TempDir& dir, const std::string& file) {
+    const Result r = run(dir, "ffmpeg -v error -i " + file + " -f s16le -acodec pcm_s16le -");
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.out;
+}
+
+std::string probe(const cmtest::TempDir& dir, const std::string& file, const std::string& what) {
+    const Result r = run(dir, "ffprobe -v error -count_frames -show_entries " + what +
+                                  " -of default=noprint_wrappers=1 " + file);
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.out;
+}
+
+std::vector<short> asSamples(const std::string& bytes) {
+    std::vector<short> samples(bytes.size() / 2);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = static_cast<short>(static_cast<unsigned char>(bytes[2 * i]) |
+                                        static_cast<unsigned char>(bytes[2 * i + 1]) << 8);
+    }
+    return samples;
+}
+
+size_t lineCount(const std::string& text) {
+    size_t lines = 0;
+    for (const char c : text) {
+        lines += c == '\n';
+    }
+    return lines;
+}
+
+}  // namespace
+
+// A generated tone goes through the gain filter: at 0 dB the samples come out identical,
+// at -6.02 dB (half) every sample is halved; ffprobe sees the format cmhost wrote.
+TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
+    cmtest::TempDir dir;
+    const std::string tone = dir.file("tone.wav");
+    Result r = run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 44100"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(probe(dir, tone, "stream=codec_name,sample_rate,channels"),
+              "codec_name=pcm_s16le\nsample_rate=44100\nchannels=2\n");
+
+    r = run(dir, cmhost("convert " + tone + " " + dir.file("same.wav") +
+                        " --filter gain:gain-db=0"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("run: wall"), std::string::npos);
+    const std::string original = decodedSamples(dir, tone);
+    EXPECT_EQ(original.size(), 44100u * 2 * 2);
+    EXPECT_EQ(decodedSamples(dir, dir.file("same.wav")), original);
+
+    r = run(dir, cmhost("convert " + tone + " " + dir.file("half.wav") +
+                        " --filter gain:gain-db=-6.0206"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto in = asSamples(original), out = asSamples(decodedSamples(dir, dir.file("half.wav")));
+    ASSERT_EQ(in.size(), out.size());
+    int worst = 0;
+    for (size_t i = 0; i < in.size(); ++i) {
+        worst = std::max(worst, std::abs(in[i] / 2 - out[i]));
+    }
+    EXPECT_LE(worst, 1);
+
+    r = run(dir, cmhost("info " + tone));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("importer: wav.importer"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("'audi'"), std::string::npos) << r.out;
+}
+
+// A generated picture sequence goes through the invert filter; ffmpeg decodes the same
+// number of frames, each the inverse of the original.
+TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
+    cmtest::TempDir dir;
+    const std::string video = dir.file("in.y4m"), inverted = dir.file("out.y4m");
+    Result r = run(dir, cmhost("generate video " + video + " --seconds 0.4 --width 64 "
+                               "--height 48 --fps 25"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(probe(dir, video, "stream=width,height,nb_read_frames"),
+              "width=64\nheight=48\nnb_read_frames=10\n");
+    r = run(dir, cmhost("convert " + video + " " + inverted + " --filter invert"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(probe(dir, inverted, "stream=width,height,nb_read_frames"),
+              "width=64\nheight=48\nnb_read_frames=10\n");
+    const Result a = run(dir, "ffmpeg -v error -i " + video + " -f rawvideo -");
+    const Result b = run(dir, "ffmpeg -v error -i " + inverted + " -f rawvideo -");
+    ASSERT_EQ(a.out.size(), b.out.size());
+    ASSERT_EQ(a.out.size(), 10u * (64 * 48 * 3 / 2));
+    for (size_t i = 0; i < a.out.size(); ++i) {
+        ASSERT_EQ(static_cast<unsigned char>(b.out[i]), 255 - static_cast<unsigned char>(a.out[i]))
+            << "byte " << i;
+    }
+}
+
+// cmhost sends a tone as RTP; ffmpeg receives it through the SDP file cmhost wrote and
+// decodes the same samples.
+TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
+    cmtest::TempDir dir;
+    const std::string tone = dir.file("tone.wav"), sdp = dir.file("s.sdp");
+    ASSERT_EQ(run(dir, cmhost("generate tone " + tone + " --seconds 2 --rate 8000 "
+                              "--channels 1")).status, 0);
+    int port = 0;
+    const int probeSocket = cmtest::loopbackServer(SOCK_DGRAM, &port);
+    close(probeSocket);  // a free port for the receiver
+    std::thread sender([&] {
+        const Result r = run(dir, cmhost("stream " + tone + " --rtp 127.0.0.1:" +
+                                         std::to_string(port) + " --sdp " + sdp + " --delay 2"));
+        EXPECT_EQ(r.status, 0) << r.err;
+    });
+    struct stat st;
+    for (int i = 0; i < 1000 && stat(sdp.c_str(), &st) != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let cmhost finish writing it
+    const Result received = run(dir, "ffmpeg -v error -protocol_whitelist file,udp,rtp -i " + sdp +
+                                         " -t 1.5 -f s16le -acodec pcm_s16le -");
+    sender.join();
+    ASSERT_EQ(received.status, 0) << received.err << slurp(sdp);
+    const std::string sent = decodedSamples(dir, tone);
+    ASSERT_GE(received.out.size(), 8000u * 2);  // at least a second arrived
+    EXPECT_EQ(received.out, sent.substr(0, received.out.size()));
+    EXPECT_NE(slurp(sdp).find("a=rtpmap:"), std::string::npos);
+}
+
+// cmhost rtsp sends one request and prints the reply of a scripted server.
+TEST(CmhostTest, RtspPrintsTheResponse) {
+    cmtest::TempDir dir;
+    int port = 0;
+    const int listener = cmtest::loopbackServer(SOCK_STREAM, &port);
+    std::string request;
+    std::thread server([&] {
+        const int peer = accept(listener, nullptr, nullptr);
+        char buffer[2048];
+        const ssize_t n = recv(peer, buffer, sizeof buffer, 0);
+        request.assign(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+        const std::string reply =
+            "RTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Length: 4\r\n\r\nv=0\n";
+        send(peer, reply.data(), reply.size(), MSG_NOSIGNAL);
+        close(peer);
+    });
+    const Result r =
+        run(dir, cmhost("rtsp rtsp://127.0.0.1:" + std::to_string(port) + "/x --method OPTIONS"));
+    server.join();
+    close(listener);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(request.rfind("OPTIONS rtsp://127.0.0.1:", 0), 0u) << request;
+    EXPECT_NE(r.out.find("RTSP/1.0 200 OK"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("v=0"), std::string::npos) << r.out;
+}
+
+// Components are listed by kind, and --check says why a broken one was left out.
+TEST(CmhostTest, ListsComponentsAndExplainsTheOnesLeftOut) {
+    cmtest::TempDir dir;
+    Result r = run(dir, cmhost("components"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char* name : {"wav.importer", "wav.exporter", "y4m.importer", "y4m.exporter",
+                             "gain.filter", "invert.filter", "l16.packetizer", "rtp.exporter"}) {
+        EXPECT_NE(r.out.find(name), std::string::npos) << name;
+    }
+    r = run(dir, cmhost("components --kind filter"));
+    EXPECT_EQ(r.out.find("wav.importer"), std::string::npos);
+
+    // A configuration of our own over a component directory with a broken component.
+    const std::string components = dir.file("components");
+    mkdir(components.c_str(), 0755);
+    mkdir((components + "/broken.filter").c_str(), 0755);
+    std::ofstream(components + "/broken.filter/info.xml") << "<info><common></info>";
+    mkdir((components + "/empty.exporter").c_str(), 0755);
+    std::ofstream(dir.file("cm.conf"))
+        << "<cm-config><common><component-path>" << components
+        << "</component-path><dtd-path>" << CM_SOURCE_DIR
+        << "/data</dtd-path></common></cm-config>";
+    r = run(dir, cmhost("--config " + dir.file("cm.conf") + " components --check"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("broken.filter: parse error"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("empty.exporter: info.xml missing"), std::string::npos) << r.out;
+}
+
+// Every failure is one line on standard error and a non-zero status.
+TEST(CmhostTest, FailuresAreOneClearLine) {
+    cmtest::TempDir dir;
+    ASSERT_EQ(run(dir, cmhost("generate tone " + dir.file("t.wav") + " --seconds 0.5")).status,
+              0);
+    std::ofstream(dir.file("bad.wav")) << "RIFF\x10\0\0\0WAVEjunk";
+    int port = 0;
+    const int closed = cmtest::loopbackServer(SOCK_DGRAM, &port);
+    close(closed);  // nobody listens there now
+    const std::vector<std::pair<std::string, int>> cases = {
+        {"convert " + dir.file("missing.wav") + " " + dir.file("o.wav"), 1},
+        {"convert " + dir.file("t.wav") + " " + dir.file("o.wav") + " --filter nosuch", 1},
+        {"convert " + dir.file("bad.wav") + " " + dir.file("o.wav"), 1},
+        {"info " + dir.file("t.unknown"), 1},
+        {"stream " + dir.file("t.wav") + " --rtp 127.0.0.1:" + std::to_string(port), 1},
+        {"convert " + dir.file("t.wav"), 2},
+        {"convert --bogus a b", 2},
+        {"nosuch", 2},
+        {"--config " + dir.file("nothing.conf") + " components", 1},
+    };
+    for (const auto& c : cases) {
+        const Result r = run(dir, cmhost(c.first));
+        EXPECT_EQ(r.status, c.second) << c.first << "\n" << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << c.first << "\n" << r.err;
+        EXPECT_EQ(r.err.rfind("cmhost: ", 0), 0u) << r.err;
+    }
+    for (const char* command : {"components", "info", "convert", "generate", "stream", "rtsp"}) {
+        const Result r = run(dir, cmhost(std::string(command) + " --help"));
+        EXPECT_EQ(r.status, 0) << command;
+        EXPECT_NE(r.out.find("usage: cmhost"), std::string::npos) << command;
+    }
+}
