@@ -7,6 +7,7 @@ packages=(
     cmake ninja-build g++ clang pkg-config ccache
     libxml2-dev libxml2-utils
     libgtest-dev libgmock-dev libbenchmark-dev
+    ffmpeg sox
 )
 
 missing=()
