@@ -3,6 +3,7 @@
 #include "common/StreamIO.h"
 
 #include <cm/CMComponentStatus.h>
+#include <cm/CMQueue.h>
 #include <cm/CMQueueRW.h>
 
 using ZR::RPtr;
@@ -40,15 +41,14 @@ bool RFileExporter::step(int result, const std::string& why) {
 
 bool RFileExporter::exportFrames(RQFrameReader& reader) {
     std::string why;
-    // The description is published before the first frame; a queue that ended without
-    // frames may still have one.
+    // A writer publishes its description before its first frame, so once a frame or the
+    // end has arrived, the description is there or never comes.
     const RQNode* node = reader.nextNode();
-    RPtr<const RDescription> description =
-        node ? reader.getDescription()
-             : RPtr<const RDescription>(
-                   static_cast<const RDescription*>(reader.getQueue()->getDescription().addr()));
+    const RPtr<const ZR::CM::RQDescription> queued = reader.getQueue()->getDescription();
+    const auto* description = static_cast<const RDescription*>(queued.addr());
     if (!description) {
-        return step(ZR::CM::kResultNoValidTracks, "the input ended without a description");
+        return step(ZR::CM::kResultNoValidTracks, node ? "frames came without a description"
+                                                       : "the input ended without a description");
     }
     if (!step(begin(*description, why), why)) {
         return false;

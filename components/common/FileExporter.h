@@ -6,7 +6,8 @@
 // header; then every frame goes to writeFrame(), and finish() completes the file once the
 // queue has ended. The stream is closed at the end of the run. An input that ends without
 // a single frame still makes a file when its queue has a description (an empty track);
-// without one there is nothing to describe and the run fails with kResultNoValidTracks.
+// without one there is nothing to describe and the run fails with kResultNoValidTracks, as
+// it does for frames that come without a description.
 //
 // Frames are read with nextNode(): an exporter only reads them, so it needs no copy of
 // its own. Once a step fails, the remaining frames of every input are read and dropped, so

@@ -28,16 +28,6 @@ int RFrameFilter::runloop(zrbase::object_refcount* arg) {
     return result;
 }
 
-void RFrameFilter::passDescription(const RDescription* description) {
-    mDescribed = true;
-    std::string why;
-    const int result = acceptDescription(*description, why);
-    if (result != ZR::CM::kResultOK) {
-        mRun.fail(result, why);
-    }
-    mWriters[0]->setDescriptionP(description);
-}
-
 void RFrameFilter::process() {
     if (!isWired()) {
         for (int i = 0; i < mReaderCount; ++i) {
@@ -50,8 +40,8 @@ void RFrameFilter::process() {
     if (!node) {
         return;
     }
-    if (!mDescribed) {
-        passDescription(mReaders[0]->getDescriptionP());
+    if (!mDescribed && !passQueuedDescription()) {
+        mRun.fail(ZR::CM::kResultNoValidTracks, "frames came without a description");
     }
     if (mRun.failed()) {
         return;  // dropped
@@ -68,14 +58,28 @@ void RFrameFilter::process() {
     mRun.addFrame(out->getSize());
 }
 
+// A writer publishes its description before its first frame, so once a frame or the end
+// has arrived, the description is there or never comes.
+bool RFrameFilter::passQueuedDescription() {
+    mDescribed = true;
+    const RPtr<const ZR::CM::RQDescription> queued = mReaders[0]->getQueue()->getDescription();
+    const auto* description = static_cast<const RDescription*>(queued.addr());
+    if (!description) {
+        return false;
+    }
+    std::string why;
+    const int result = acceptDescription(*description, why);
+    if (result != ZR::CM::kResultOK) {
+        mRun.fail(result, why);
+    }
+    mWriters[0]->setDescriptionP(description);
+    return true;
+}
+
 // The input has ended. An input that brought no frames may still have a description.
 void RFrameFilter::flush() {
     if (isWired() && !mDescribed) {
-        const RPtr<const ZR::CM::RQDescription> description =
-            mReaders[0]->getQueue()->getDescription();
-        if (description) {
-            passDescription(static_cast<const RDescription*>(description.addr()));
-        }
+        passQueuedDescription();
     }
     // The run loop ends the first output; the others are ended here.
     for (int i = 1; i < mWriterCount; ++i) {

@@ -8,7 +8,7 @@
 // the description travels on unchanged. It is passed on even when the filter rejects it
 // and also when the input ends without frames, so that the stage downstream sees the
 // format (and, after a rejection, an empty stream) instead of waiting for a description
-// forever.
+// forever. Frames that come without a description fail the run with kResultNoValidTracks.
 //
 // A filter has exactly one input and one output; with any other count, or after a failure,
 // it reads and drops everything and ends its outputs. getStatus() reports the phase, the
@@ -59,10 +59,11 @@ protected:
     CRunStatus mRun;
 
 private:
-    void passDescription(const ZR::CM::RDescription* description);
+    // Checks the input queue's description and passes it on; false when it has none.
+    bool passQueuedDescription();
     bool isWired() const noexcept { return mReaderCount == 1 && mWriterCount == 1; }
 
-    bool mDescribed = false;  // the output has its description
+    bool mDescribed = false;  // the input's description has been looked for
 };
 
 }  // namespace cmcomponents

@@ -2,6 +2,7 @@
 
 #include <cm/CMComponentStatus.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <sstream>
@@ -156,32 +157,40 @@ bool isY4MFrameHeader(const std::string& line) {
     return line.compare(0, n, kFrameMagic) == 0 && (line.size() == n || line[n] == ' ');
 }
 
-// Walks the continued fraction of rate, keeping the last convergent whose denominator is
-// within bounds, and stops as soon as a convergent matches rate.
+// Walks the continued fraction of rate and stops at the first convergent that matches it.
+// When the next convergent's denominator would be too large, the best fraction within the
+// bound is either the last convergent or the largest semiconvergent between the two.
 bool rationalFromRate(double rate, unsigned int maxDenominator, unsigned int& numerator,
                       unsigned int& denominator) {
     if (!(rate > 0) || !std::isfinite(rate) || rate > UINT32_MAX || maxDenominator == 0) {
         return false;
     }
+    const auto errorOf = [rate](unsigned long long h, unsigned long long k) {
+        return std::fabs(static_cast<double>(h) / static_cast<double>(k) - rate);
+    };
     unsigned long long h0 = 0, h1 = 1, k0 = 1, k1 = 0;
     double x = rate;
     for (int i = 0; i < 64; ++i) {
-        const double a = std::floor(x);
-        if (a > UINT32_MAX) {
-            break;
-        }
+        // After the first term, any term above the bound ends the walk; capping it there
+        // keeps it convertible. The first is at most rate, which fits.
+        const double a = k1 ? std::min(std::floor(x), maxDenominator + 1.0) : std::floor(x);
         const auto whole = static_cast<unsigned long long>(a);
         const unsigned long long h2 = whole * h1 + h0;
         const unsigned long long k2 = whole * k1 + k0;
         if (k2 > maxDenominator || h2 > UINT32_MAX) {
+            const unsigned long long t = k1 ? (maxDenominator - k0) / k1 : 0;
+            const unsigned long long hs = t * h1 + h0, ks = t * k1 + k0;
+            if (t > 0 && hs <= UINT32_MAX && (k1 == 0 || errorOf(hs, ks) < errorOf(h1, k1))) {
+                h1 = hs;
+                k1 = ks;
+            }
             break;
         }
         h0 = h1;
         h1 = h2;
         k0 = k1;
         k1 = k2;
-        const double error = std::fabs(static_cast<double>(h1) / k1 - rate);
-        if (error <= kRateTolerance * rate || x == a) {
+        if (errorOf(h1, k1) <= kRateTolerance * rate || x == a) {
             break;
         }
         x = 1.0 / (x - a);

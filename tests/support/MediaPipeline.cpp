@@ -1,10 +1,12 @@
 #include "support/MediaPipeline.h"
 
 #include <cm/CMQueue.h>
+#include <cm/CMQueueRW.h>
 #include <zr/RURI.h>
 
 #include <fcntl.h>
 
+#include <thread>
 #include <vector>
 
 using ZR::RPtr;
@@ -50,6 +52,56 @@ int runPipeline(Pipeline& p, const std::string& input, const std::string& output
     }
     p.exporter->reset();
     return opened;
+}
+
+namespace {
+
+// Puts the description (unless null) and the frames into the queue, then ends it.
+void feed(RQueue& queue, const RDescription* description, const std::vector<RPtr<RFrame>>& frames) {
+    RPtr<RQFrameWriter> writer(new RQFrameWriter(&queue, nullptr));
+    if (description) {
+        writer->setDescriptionP(description);
+    }
+    for (const RPtr<RFrame>& frame : frames) {
+        writer->putP(frame.addr());
+    }
+    writer->end();
+}
+
+}  // namespace
+
+CComponentStatus exportFrames(RExporter& exporter, const std::string& path,
+                              const RDescription* description,
+                              const std::vector<RPtr<RFrame>>& frames) {
+    RPtr<RQueue> queue(new RQueue(1, 2, ZR::CString("frames")));
+    std::vector<RQueue*> inputs{queue.addr()};
+    exporter.init(inputs, fileStream(path, O_RDWR | O_CREAT | O_TRUNC));
+    exporter.start(nullptr);
+    feed(*queue, description, frames);
+    exporter.join();
+    const CComponentStatus status = exporter.getStatus();
+    exporter.reset();
+    return status;
+}
+
+Filtered filterFrames(CMMultipleQueueComponent& filter, zrbase::object_refcount* argument,
+                      const RDescription* description, const std::vector<RPtr<RFrame>>& frames) {
+    RPtr<RQueue> in(new RQueue(1, 2, ZR::CString("in")));
+    RPtr<RQueue> out(new RQueue(1, 2, ZR::CString("out")));
+    std::vector<RQueue*> inputs{in.addr()}, outputs{out.addr()};
+    filter.init(inputs, outputs);
+    RPtr<RQFrameReader> reader(new RQFrameReader(out.addr(), nullptr));
+    filter.start(argument);
+    Filtered result;
+    std::thread feeder([&] { feed(*in, description, frames); });
+    while (RPtr<RFrame> frame = reader->nextFrame()) {
+        result.frames.push_back(frame);
+    }
+    feeder.join();
+    filter.join();
+    result.description = static_cast<const RDescription*>(out->getDescription().addr());
+    filter.reset();
+    return result;
 }
 
 }  // namespace cmtest

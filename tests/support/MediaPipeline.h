@@ -10,7 +10,10 @@
 #include <cm/CMImporter.h>
 #include <cm/CMStream.h>
 
+#include <cm/CMFrame.h>
+
 #include <string>
+#include <vector>
 
 namespace cmtest {
 
@@ -36,6 +39,25 @@ struct Pipeline {
 // every component and joins them all. Returns openSource()'s result; the components are
 // reset afterwards either way, so they release their queues and streams.
 int runPipeline(Pipeline& pipeline, const std::string& input, const std::string& output);
+
+// Feeds the exporter from the test's thread: publishes the description (unless null),
+// puts the frames through a queue with small limits, ends it, and waits for the exporter,
+// which writes to a file at path (created or emptied). Returns the exporter's status; the
+// exporter is reset afterwards.
+ZR::CM::CComponentStatus exportFrames(ZR::CM::RExporter& exporter, const std::string& path,
+                                      const ZR::CM::RDescription* description,
+                                      const std::vector<ZR::RPtr<ZR::CM::RFrame>>& frames);
+
+// What a filter makes of the frames, fed and read on the test's thread around the filter's
+// own: the description its output queue ended up with (null if none) and its frames in
+// order. argument goes to the filter's start(). The filter is reset afterwards.
+struct Filtered {
+    ZR::RPtr<const ZR::CM::RDescription> description;
+    std::vector<ZR::RPtr<ZR::CM::RFrame>> frames;
+};
+Filtered filterFrames(ZR::CM::CMMultipleQueueComponent& filter, zrbase::object_refcount* argument,
+                      const ZR::CM::RDescription* description,
+                      const std::vector<ZR::RPtr<ZR::CM::RFrame>>& frames);
 
 }  // namespace cmtest
 
