@@ -15,6 +15,12 @@ using ZR::CM::RQNode;
 
 namespace cmcomponents {
 
+int RFileExporter::init(std::vector<ZR::CM::RQueue*>& inputs, RPtr<ZR::CM::RStream> stream) {
+    mRun.clear();
+    mRun.setPhase(CComponentStatus::kInitialized);
+    return RExporter::init(inputs, std::move(stream));
+}
+
 int RFileExporter::runloop(zrbase::object_refcount*) {
     mRun.setPhase(CComponentStatus::kWorking);
     if (!mStream || mReaderCount == 0) {

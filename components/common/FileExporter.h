@@ -30,6 +30,8 @@ namespace cmcomponents {
 
 class RFileExporter : public ZR::CM::RExporter {
 public:
+    // Clears the status of an earlier run, then as RExporter::init().
+    int init(std::vector<ZR::CM::RQueue*>& inputs, ZR::RPtr<ZR::CM::RStream> stream) override;
     int runloop(zrbase::object_refcount* arg) override;
     ZR::CM::CComponentStatus getStatus() override { return mRun.snapshot(); }
 

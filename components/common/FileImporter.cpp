@@ -8,7 +8,16 @@ using ZR::CM::RMovieInfo;
 
 namespace cmcomponents {
 
+int RFileImporter::init(RPtr<ZR::CM::RStream> stream, std::vector<ZR::CM::RQueue*>& outputs) {
+    mRun.clear();
+    mRun.setPhase(CComponentStatus::kInitialized);
+    mOpen = false;
+    mReader.reset();
+    return RImporter::init(std::move(stream), outputs);
+}
+
 int RFileImporter::openSource() {
+    mRun.clear();
     mOpen = false;
     mReader.reset();
     if (!mStream) {

@@ -29,7 +29,10 @@ namespace cmcomponents {
 
 class RFileImporter : public ZR::CM::RImporter {
 public:
-    // 0, the stream's result code when it cannot be opened, or readHeader()'s result.
+    // Clears the status of an earlier run, then as RImporter::init().
+    int init(ZR::RPtr<ZR::CM::RStream> stream, std::vector<ZR::CM::RQueue*>& outputs) override;
+    // 0, the stream's result code when it cannot be opened, or readHeader()'s result. An
+    // earlier failure is forgotten.
     int openSource() override;
     int runloop(zrbase::object_refcount* arg) override;
     ZR::CM::CComponentStatus getStatus() override { return mRun.snapshot(); }

@@ -14,6 +14,7 @@ using ZR::CM::RQNode;
 namespace cmcomponents {
 
 int RFrameFilter::runloop(zrbase::object_refcount* arg) {
+    mRun.clear();
     if (const auto* configuration = dynamic_cast<const RComponentConfiguration*>(arg)) {
         configure(*configuration);
     }

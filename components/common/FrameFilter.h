@@ -12,7 +12,8 @@
 //
 // A filter has exactly one input and one output; with any other count, or after a failure,
 // it reads and drops everything and ends its outputs. getStatus() reports the phase, the
-// frames and bytes passed on and, in mExtra and mInfo, the result code of a failure.
+// frames and bytes passed on and, in mExtra and mInfo, the result code of a failure; it
+// starts afresh with every run.
 //
 // Configuration: configure() reads the filter's keys (see each filter). The component
 // bases give a host no virtual configure() for filters, so a filter also takes its

@@ -24,6 +24,14 @@ void CRunStatus::fail(int result, const std::string& detail) {
     mResult.store(result, std::memory_order_release);
 }
 
+void CRunStatus::clear() {
+    std::lock_guard<ZR::CMutex> lock(mMutex);
+    mDetail.clear();
+    mResult.store(ZR::CM::kResultOK, std::memory_order_release);
+    mFrames.store(0, std::memory_order_relaxed);
+    mBytes.store(0, std::memory_order_relaxed);
+}
+
 CComponentStatus CRunStatus::snapshot() const {
     CComponentStatus status;
     status.mStatusCode = mPhase.load(std::memory_order_acquire);

@@ -2,7 +2,9 @@
 // them.
 //
 // The component's thread records what it does (frames and bytes passed on, the result
-// of the run with a line of detail); any thread may take a snapshot at any time. The result
+// of the run with a line of detail); any thread may take a snapshot at any time. The
+// record outlives reset(), so that a host may read it after tearing a pipeline down; the
+// component clears it when it is set up for another run. The result
 // is 0 or a result code of <cm/CMComponentStatus.h>; the snapshot carries it in mExtra and
 // its text, with the detail, in mInfo.
 #ifndef CM_COMPONENTS_COMMON_RUNSTATUS_H
@@ -28,6 +30,8 @@ public:
     void fail(int result, const std::string& detail);
     // Ends the run: kCompleted.
     void complete() noexcept { setPhase(ZR::CM::CComponentStatus::kCompleted); }
+    // Forgets the counts and any failure, for a new attempt; the phase stays.
+    void clear();
 
     int getResult() const noexcept { return mResult.load(std::memory_order_acquire); }
     bool failed() const noexcept { return getResult() != ZR::CM::kResultOK; }

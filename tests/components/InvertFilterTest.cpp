@@ -114,4 +114,11 @@ TEST(InvertFilterTest, FramesKeepTheirTimingAndBadFramesFailTheRun) {
     filtered = cmtest::filterFrames(*second, nullptr, description.addr(), frames);
     EXPECT_EQ(filtered.frames.size(), 1u);
     EXPECT_EQ(second->getStatus().mExtra, static_cast<unsigned int>(kResultNoValidTracks));
+
+    // The next run starts afresh.
+    frames.erase(frames.begin() + 1);
+    filtered = cmtest::filterFrames(*second, nullptr, description.addr(), frames);
+    EXPECT_EQ(filtered.frames.size(), 3u);
+    EXPECT_EQ(second->getStatus().mExtra, 0u);
+    EXPECT_EQ(second->getStatus().mFrames, 3);
 }

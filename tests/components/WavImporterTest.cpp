@@ -164,6 +164,14 @@ TEST(WavImporterTest, BadFilesAreRefusedAndCutFilesImportWhatTheyHold) {
         importer->reset();
     }
 
+    // A failure belongs to its attempt: the same importer opens a good file afterwards.
+    RPtr<RWavImporter> retried(new RWavImporter);
+    EXPECT_NE(openOn(*retried, dir.file("text.wav")), kResultOK);
+    retried->reset();
+    EXPECT_EQ(openOn(*retried, dir.file("good.wav")), kResultOK);
+    EXPECT_EQ(retried->getStatus().mExtra, 0u);
+    retried->reset();
+
     RPtr<RQueue> queue(new RQueue(0, 0, ZR::CString("audio")));
     std::vector<RQueue*> outputs{queue.addr()};
     RPtr<RWavImporter> unopened(new RWavImporter);
