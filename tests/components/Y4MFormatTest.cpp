@@ -133,10 +133,4 @@ TEST(Y4MFormatTest, RatesComeBackAsTheirFractions) {
     Y4MFormat back;
     ASSERT_TRUE(back.setFromDescription(*description));
     EXPECT_EQ(makeY4MHeader(back), makeY4MHeader(f));
-    description->mFrameRate = 0;
-    EXPECT_FALSE(back.setFromDescription(*description));
-    description->mFrameRate = 25;
-    description->mVideoInt3 = ZR::fourcc("NV12");
-    EXPECT_FALSE(back.setFromDescription(*description));
-    EXPECT_FALSE(back.setFromDescription(RAudioDescription()));
 }
