@@ -16,6 +16,12 @@ int RFileImporter::init(RPtr<ZR::CM::RStream> stream, std::vector<ZR::CM::RQueue
     return RImporter::init(std::move(stream), outputs);
 }
 
+int RFileImporter::componentWillReset() {
+    mReader.reset();
+    mOpen = false;
+    return RImporter::componentWillReset();
+}
+
 int RFileImporter::openSource() {
     mRun.clear();
     mOpen = false;

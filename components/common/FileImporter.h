@@ -31,6 +31,8 @@ class RFileImporter : public ZR::CM::RImporter {
 public:
     // Clears the status of an earlier run, then as RImporter::init().
     int init(ZR::RPtr<ZR::CM::RStream> stream, std::vector<ZR::CM::RQueue*>& outputs) override;
+    // Lets go of the reader (and through it the stream) too; no-throw.
+    int componentWillReset() override;
     // 0, the stream's result code when it cannot be opened, or readHeader()'s result. An
     // earlier failure is forgotten.
     int openSource() override;

@@ -168,9 +168,13 @@ TEST(WavImporterTest, BadFilesAreRefusedAndCutFilesImportWhatTheyHold) {
     RPtr<RWavImporter> retried(new RWavImporter);
     EXPECT_NE(openOn(*retried, dir.file("text.wav")), kResultOK);
     retried->reset();
-    EXPECT_EQ(openOn(*retried, dir.file("good.wav")), kResultOK);
+    RPtr<RStream> stream = cmtest::fileStream(dir.file("good.wav"), O_RDONLY);
+    std::vector<RQueue*> none;
+    retried->init(stream, none);
+    EXPECT_EQ(retried->openSource(), kResultOK);
     EXPECT_EQ(retried->getStatus().mExtra, 0u);
     retried->reset();
+    EXPECT_EQ(stream->retain_count(), 1);  // reset() let go of the stream
 
     RPtr<RQueue> queue(new RQueue(0, 0, ZR::CString("audio")));
     std::vector<RQueue*> outputs{queue.addr()};
