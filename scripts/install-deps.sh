@@ -17,6 +17,8 @@ packages=(
     # The real trap receiver of the SNMP log tests, and the comparison in bench/logging.cpp.
     snmptrapd
     libspdlog-dev
+    # The component and cmhost tests read media back, and receive RTP, with these.
+    ffmpeg sox
 )
 
 missing=()

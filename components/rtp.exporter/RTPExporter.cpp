@@ -47,7 +47,8 @@ void RRTPExporter::drainInputs() {
 }
 
 int RRTPExporter::send(ZR::CM::RQFrameReader& reader) {
-    const auto* description = dynamic_cast<const ZR::CM::RRTPDescription*>(reader.getDescriptionP());
+    const auto* description =
+        dynamic_cast<const ZR::CM::RRTPDescription*>(reader.getDescriptionP());
     if (!description) {
         mRun.fail(ZR::CM::kResultNoValidTracks, "the input carries no RTP stream");
         return ZR::CM::kResultNoValidTracks;

@@ -40,10 +40,10 @@ void addImporter(const Host& host, Pipeline& pipeline, const std::string& input,
     }
 }
 
-ZR::RPtr<ZR::CM::RComponent> addFilter(const Host& host, Pipeline& pipeline, const std::string& kind,
-               const std::string& name,
-               const Settings& settings,
-               ZR::CM::RQueue* input, ZR::CM::RQueue* output) {
+ZR::RPtr<ZR::CM::RComponent> addFilter(const Host& host, Pipeline& pipeline,
+                                       const std::string& kind, const std::string& name,
+                                       const Settings& settings, ZR::CM::RQueue* input,
+                                       ZR::CM::RQueue* output) {
     const auto info = host.componentNamed(name, kind);
     const auto component = host.load(*info);
     auto* stage = dynamic_cast<ZR::CM::CMMultipleQueueComponent*>(component.addr());

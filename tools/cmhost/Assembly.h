@@ -22,14 +22,14 @@ void addImporter(const Host& host, Pipeline& pipeline, const std::string& input,
                  ZR::CM::RQueue* output);
 // A filter or packetizer (kind "filter" or "packetizer") by name, reading input and
 // writing output, configured with settings. Returns the component.
-ZR::RPtr<ZR::CM::RComponent> addFilter(const Host& host, Pipeline& pipeline, const std::string& kind,
-               const std::string& name, const Settings& settings, ZR::CM::RQueue* input,
-               ZR::CM::RQueue* output);
+ZR::RPtr<ZR::CM::RComponent> addFilter(const Host& host, Pipeline& pipeline,
+                                       const std::string& kind, const std::string& name,
+                                       const Settings& settings, ZR::CM::RQueue* input,
+                                       ZR::CM::RQueue* output);
 // An exporter reading input into `stream` (null for one that writes no stream),
 // configured with settings.
 void addExporter(const Host& host, Pipeline& pipeline, ZR::CM::RComponentInfo& info,
-                 ZR::RPtr<ZR::CM::RStream> stream, const Settings& settings,
-                 ZR::CM::RQueue* input);
+                 ZR::RPtr<ZR::CM::RStream> stream, const Settings& settings, ZR::CM::RQueue* input);
 // The exporter for path (by extension), reading input into a new file at path.
 void addFileExporter(const Host& host, Pipeline& pipeline, const std::string& path,
                      ZR::CM::RQueue* input);

@@ -25,9 +25,9 @@ namespace {
 
 // The kinds in the order the manager recognises directory names.
 struct Kind {
-    const char* word;       // --kind value and the directory suffix without its dot
-    const char* suffix;     // ".importer"
-    const char* element;    // the kind element of info.xml
+    const char* word;     // --kind value and the directory suffix without its dot
+    const char* suffix;   // ".importer"
+    const char* element;  // the kind element of info.xml
     const char* heading;
 };
 const Kind kKinds[] = {
@@ -65,8 +65,7 @@ void printInfo(const ZR::CM::RComponentInfo& info) {
     for (const ZR::CM::ComponentFormatItem& item : info.formatMap.getItems()) {
         std::printf("    %s -> %s  rates %s  channels %s  (%s)\n",
                     fourccText(item.inFormat).c_str(), fourccText(item.outFormat).c_str(),
-                    numbers(item.rates).c_str(), numbers(item.channels).c_str(),
-                    item.name.c_str());
+                    numbers(item.rates).c_str(), numbers(item.channels).c_str(), item.name.c_str());
     }
 }
 
@@ -124,8 +123,8 @@ std::string diagnose(const std::string& directory, const Kind& kind, xmlDtd* dtd
         return "info.xml missing";
     }
     Messages messages;
-    xmlSetStructuredErrorFunc(&messages, reinterpret_cast<xmlStructuredErrorFunc>(
-                                             &Messages::structured));
+    xmlSetStructuredErrorFunc(&messages,
+                              reinterpret_cast<xmlStructuredErrorFunc>(&Messages::structured));
     std::unique_ptr<xmlDoc, DocDeleter> doc(xmlReadFile(file.c_str(), nullptr, XML_PARSE_NONET));
     xmlSetStructuredErrorFunc(nullptr, nullptr);
     if (!doc) {
@@ -144,8 +143,8 @@ std::string diagnose(const std::string& directory, const Kind& kind, xmlDtd* dtd
     const xmlNode* kindElement = lastElement(xmlDocGetRootElement(doc.get()));
     const char* found = kindElement ? reinterpret_cast<const char*>(kindElement->name) : "none";
     if (std::strcmp(found, kind.element) != 0) {
-        return std::string("kind element is <") + found + ">, the directory says <" +
-               kind.element + ">";
+        return std::string("kind element is <") + found + ">, the directory says <" + kind.element +
+               ">";
     }
     return "rejected by the manager (its limits on size or format items)";
 }

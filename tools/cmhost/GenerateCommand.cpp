@@ -42,7 +42,8 @@ public:
         const auto total = static_cast<unsigned long long>(mSeconds * mRate);
         std::vector<unsigned char> chunk;
         for (unsigned long long first = 0; first < total; first += kChunkFrames) {
-            const unsigned long long count = std::min<unsigned long long>(kChunkFrames, total - first);
+            const unsigned long long count =
+                std::min<unsigned long long>(kChunkFrames, total - first);
             chunk.clear();
             for (unsigned long long i = first; i < first + count; ++i) {
                 const double value = 0.5 * std::sin(2 * M_PI * mFrequency * i / mRate);
@@ -131,13 +132,15 @@ int runGenerate(const GlobalOptions& global, const Words& args) {
     const double seconds = line.number("--seconds", 2, 0, 3600);
     ZR::RPtr<ZR::CM::CMMultipleQueueComponent> source;
     if (what == "tone") {
-        source = new ToneSource(seconds, static_cast<unsigned>(line.number("--rate", 48000, 1, 768000)),
-                                static_cast<unsigned>(line.number("--channels", 2, 1, 8)),
-                                line.number("--frequency", 440, 0, 384000));
+        source =
+            new ToneSource(seconds, static_cast<unsigned>(line.number("--rate", 48000, 1, 768000)),
+                           static_cast<unsigned>(line.number("--channels", 2, 1, 8)),
+                           line.number("--frequency", 440, 0, 384000));
     } else if (what == "video") {
-        source = new VideoSource(seconds, static_cast<unsigned>(line.number("--width", 320, 2, 8192)),
-                                 static_cast<unsigned>(line.number("--height", 240, 2, 8192)),
-                                 line.number("--fps", 25, 1, 240));
+        source =
+            new VideoSource(seconds, static_cast<unsigned>(line.number("--width", 320, 2, 8192)),
+                            static_cast<unsigned>(line.number("--height", 240, 2, 8192)),
+                            line.number("--fps", 25, 1, 240));
     } else {
         throw UsageError("generate makes a tone or a video, not " + what);
     }

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
-#include <list>
 #include <cstdlib>
+#include <list>
 #include <vector>
 
 namespace cmhost {
@@ -82,7 +82,6 @@ Host::Host(const std::string& configPath, bool verbose)
     }
     logger->logf(ZR::CM::kLogInfo, "cmhost: configuration %s, components in %s",
                  mConfigPath.c_str(), mManager->getComponentDirectory().c_str());
-
 }
 
 ZR::RPtr<ZR::CM::RImporterInfo> Host::importerFor(const std::string& media) const {
@@ -123,13 +122,20 @@ std::vector<ZR::CM::RComponentInfo*> infosOf(const std::list<ZR::RPtr<Info>>& li
 }  // namespace
 
 std::vector<ZR::CM::RComponentInfo*> Host::components(const std::string& kind) const {
-    if (kind == "importer") return infosOf(mManager->getImporters());
-    if (kind == "decoder") return infosOf(mManager->getDecompressors());
-    if (kind == "filter") return infosOf(mManager->getFilters());
-    if (kind == "converter") return infosOf(mManager->getConverters());
-    if (kind == "encoder") return infosOf(mManager->getCompressors());
-    if (kind == "exporter") return infosOf(mManager->getExporters());
-    if (kind == "packetizer") return infosOf(mManager->getPacketizers());
+    if (kind == "importer")
+        return infosOf(mManager->getImporters());
+    if (kind == "decoder")
+        return infosOf(mManager->getDecompressors());
+    if (kind == "filter")
+        return infosOf(mManager->getFilters());
+    if (kind == "converter")
+        return infosOf(mManager->getConverters());
+    if (kind == "encoder")
+        return infosOf(mManager->getCompressors());
+    if (kind == "exporter")
+        return infosOf(mManager->getExporters());
+    if (kind == "packetizer")
+        return infosOf(mManager->getPacketizers());
     return {};
 }
 

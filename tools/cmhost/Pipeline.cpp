@@ -11,7 +11,9 @@ namespace cmhost {
 
 namespace {
 
-double seconds(const timeval& tv) { return tv.tv_sec + tv.tv_usec / 1e6; }
+double seconds(const timeval& tv) {
+    return tv.tv_sec + tv.tv_usec / 1e6;
+}
 
 double now() {
     timeval tv;
@@ -122,14 +124,13 @@ int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStag
 void Pipeline::printReport(std::FILE* out) const {
     for (const Stage& stage : mStages) {
         const ZR::CM::RComponent& c = *stage.component;
-        std::fprintf(out, "%-16s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n",
-                     stage.name.c_str(),
-                     ZR::RString(stage.component->getStatus()).c_str(), double(c.getWallTime()),
-                     c.getUserTime(), c.getSystemTime(),
-                     stage.result ? (std::string(" failed: ") +
-                                     ZR::CM::stringWithResultCode(stage.result))
-                                        .c_str()
-                                  : "");
+        std::fprintf(
+            out, "%-16s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n", stage.name.c_str(),
+            ZR::RString(stage.component->getStatus()).c_str(), double(c.getWallTime()),
+            c.getUserTime(), c.getSystemTime(),
+            stage.result
+                ? (std::string(" failed: ") + ZR::CM::stringWithResultCode(stage.result)).c_str()
+                : "");
     }
     std::fprintf(out, "run: wall %.3f s, user %.3f s, system %.3f s\n", mWallSeconds, mUserSeconds,
                  mSystemSeconds);

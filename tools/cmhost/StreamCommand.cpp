@@ -88,9 +88,9 @@ int runStream(const GlobalOptions& global, const Words& args) {
     ZR::CM::RQueue* audio = pipeline.addQueue("audio");
     ZR::CM::RQueue* packets = pipeline.addQueue("rtp");
     addImporter(host, pipeline, line.positional(0, "INPUT"), audio);
-    const auto packetizer = addFilter(host, pipeline, "packetizer", "l16",
-                                      {{"mtu", mtu}, {"port", std::to_string(to.port)}}, audio,
-                                      packets);
+    const auto packetizer =
+        addFilter(host, pipeline, "packetizer", "l16",
+                  {{"mtu", mtu}, {"port", std::to_string(to.port)}}, audio, packets);
     addExporter(host, pipeline, *host.componentNamed("rtp", "exporter"), nullptr,
                 {{"host", to.host}, {"port", std::to_string(to.port)}}, packets);
 

@@ -1,0 +1,182 @@
+#include "gain.filter/GainFilter.h"
+
+#include <gtest/gtest.h>
+
+#include "common/WavFormat.h"
+#include "wav.exporter/WavExporter.h"
+#include "wav.importer/WavImporter.h"
+
+#include "support/MediaPipeline.h"
+#include "support/MediaSamples.h"
+#include "support/MediaTools.h"
+#include "support/TestSupport.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <string>
+
+using ZR::RPtr;
+using namespace ZR::CM;
+using cmcomponents::RGainFilter;
+using cmtest::Bytes;
+
+namespace {
+
+// The gain applied to a tone as the filter's definition says, computed here on its own:
+// each sample times 10^(dB / 20), rounded half away from zero, clipped to its width.
+Bytes expectedGain(const Bytes& in, unsigned int bits, double db) {
+    const double factor = std::pow(10.0, db / 20.0);
+    const long top = (1L << (bits - 1)) - 1, bottom = -(1L << (bits - 1));
+    const std::size_t count = in.size() / (bits / 8);
+    Bytes out;
+    for (std::size_t i = 0; i < count; ++i) {
+        const double exact = static_cast<double>(cmtest::sampleAt(in, bits, i)) * factor;
+        long v = static_cast<long>(exact < 0 ? std::ceil(exact - 0.5) : std::floor(exact + 0.5));
+        v = std::max(bottom, std::min(top, v));
+        if (bits == 8) {
+            v += 128;
+        }
+        for (unsigned int b = 0; b < bits / 8; ++b) {
+            out.push_back(static_cast<unsigned char>(v >> (8 * b)));
+        }
+    }
+    return out;
+}
+
+long peakOf(const Bytes& samples, unsigned int bits) {
+    long peak = 0;
+    for (std::size_t i = 0; i < samples.size() / (bits / 8); ++i) {
+        peak = std::max(peak, std::labs(cmtest::sampleAt(samples, bits, i)));
+    }
+    return peak;
+}
+
+const char* rawFormatFor(unsigned int bits) {
+    return bits == 8 ? "u8" : bits == 16 ? "s16le" : "s24le";
+}
+
+}  // namespace
+
+TEST(GainFilterTest, SamplesAreScaledRoundedAndClippedInEveryWidth) {
+    // 16 bits: 1001 and -1001 halve to +-500.5, which round away from zero; 3 to 1.5 -> 2.
+    const Bytes in16{0xE9, 0x03, 0x17, 0xFC, 0x03, 0x00, 0x80, 0x3E, 0xD8, 0xDC, 0x7F};
+    Bytes out(in16.size());
+    cmcomponents::applyGain(in16.data(), out.data(), in16.size(), 2, 0.5);
+    EXPECT_EQ(cmtest::sampleAt(out, 16, 0), 501);
+    EXPECT_EQ(cmtest::sampleAt(out, 16, 1), -501);
+    EXPECT_EQ(cmtest::sampleAt(out, 16, 2), 2);
+    EXPECT_EQ(out.back(), 0x7F);  // the odd byte at the end is copied as it is
+    cmcomponents::applyGain(in16.data(), out.data(), in16.size(), 2, 4.0);
+    EXPECT_EQ(cmtest::sampleAt(out, 16, 3), 32767);   // 16000 * 4
+    EXPECT_EQ(cmtest::sampleAt(out, 16, 4), -32768);  // -9000 * 4
+
+    // 8 bits are unsigned around 128: 200 is +72, doubled past the top.
+    const Bytes in8{200, 128, 0, 100};
+    out.assign(in8.size(), 0);
+    cmcomponents::applyGain(in8.data(), out.data(), in8.size(), 1, 2.0);
+    EXPECT_EQ(out, (Bytes{255, 128, 0, 72}));
+
+    // 24 bits keep their sign: -1 halves to -0.5, which rounds to -1.
+    Bytes in24{0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x40, 0x00, 0x00, 0xC0};
+    cmcomponents::applyGain(in24.data(), in24.data(), in24.size(), 3, 0.5);
+    EXPECT_EQ(cmtest::sampleAt(in24, 24, 0), -1);
+    EXPECT_EQ(cmtest::sampleAt(in24, 24, 1), 0x200000);
+    EXPECT_EQ(cmtest::sampleAt(in24, 24, 2), -0x200000);
+}
+
+// A tone written by sox goes importer -> gain -> exporter on four threads. At 0 dB the
+// output is the input; at -6 dB every sample is the scaled one and the peak halves; at
+// +12 dB a loud tone clips. The gain comes as a configuration passed to the filter's
+// start(), as a host hands it over.
+TEST(GainFilterTest, PipelineAppliesTheGainTheToolsMeasure) {
+    ASSERT_TRUE(cmtest::haveTool("sox") && cmtest::haveTool("ffmpeg"))
+        << "sox and ffmpeg are needed: scripts/install-deps.sh";
+    const struct {
+        unsigned int bits, channels;
+        double db;
+    } cases[] = {{16, 2, 0.0}, {16, 2, -6.0}, {24, 1, -6.0}, {8, 2, -6.0}, {16, 1, 12.0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.bits) + " bits at " + std::to_string(c.db) + " dB");
+        cmtest::TempDir dir;
+        const Bytes tone = cmtest::makeTone(c.bits, c.channels, 3000, 0.9);
+        ASSERT_TRUE(cmtest::writeWavWithSox(dir.file("in.wav"), tone, 48000, c.bits, c.channels));
+
+        RPtr<cmcomponents::RWavImporter> importer(new cmcomponents::RWavImporter);
+        RPtr<RGainFilter> gain(new RGainFilter);
+        RPtr<cmcomponents::RWavExporter> exporter(new cmcomponents::RWavExporter);
+        RPtr<RFilterConfiguration> configuration(new RFilterConfiguration);
+        configuration->setFloat("gain-db", static_cast<float>(c.db));
+        cmtest::Pipeline p;
+        p.importer = importer.addr();
+        p.filter = gain.addr();
+        p.filterArgument = configuration.addr();
+        p.exporter = exporter.addr();
+        p.importerConfiguration.setInt("samples-per-frame", 333);
+        ASSERT_EQ(cmtest::runPipeline(p, dir.file("in.wav"), dir.file("out.wav")), kResultOK);
+        EXPECT_EQ(gain->getStatus().mExtra, 0u) << gain->getStatus().mInfo.c_str();
+        EXPECT_EQ(gain->getStatus().mFrames, 10);  // 3000 / 333, rounded up
+        EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();
+
+        const Bytes out = cmtest::decodeWithFfmpeg(dir.file("out.wav"), rawFormatFor(c.bits));
+        if (c.db == 0.0) {
+            EXPECT_EQ(out, tone);
+        }
+        EXPECT_EQ(out, expectedGain(tone, c.bits, c.db));
+        const double ratio = static_cast<double>(peakOf(out, c.bits)) / peakOf(tone, c.bits);
+        if (c.db == -6.0) {
+            EXPECT_NEAR(ratio, 0.5, 0.01);
+        }
+        if (c.db > 0) {
+            EXPECT_EQ(peakOf(out, c.bits), 1L << (c.bits - 1));  // clipped at the bottom
+        }
+    }
+}
+
+// The gain key is read with its default and range. Video and sample widths the filter does
+// not know are refused, and the description still reaches the output, which ends without
+// frames, so the stage downstream finishes instead of waiting; frames without a
+// description are refused too. An empty described input passes its description on.
+TEST(GainFilterTest, ConfigurationAndInputsItCannotWorkOn) {
+    RPtr<RGainFilter> gain(new RGainFilter);
+    RPtr<RFilterConfiguration> configuration(new RFilterConfiguration);
+    gain->configure(*configuration);
+    EXPECT_EQ(gain->getFactor(), 1.0);
+    configuration->setFloat("gain-db", 500.0f);
+    gain->configure(*configuration);
+    EXPECT_EQ(gain->getGain(), RGainFilter::kMaxGain);
+    configuration->setString("gain-db", "-20");
+    gain->configure(*configuration);
+    EXPECT_DOUBLE_EQ(gain->getFactor(), 0.1);
+
+    RPtr<RVideoDescription> video(new RVideoDescription);
+    std::vector<RPtr<RFrame>> frames;
+    for (int i = 0; i < 6; ++i) {
+        frames.emplace_back(RVideoFrame::create(16));
+    }
+    cmtest::Filtered filtered = cmtest::filterFrames(*gain, nullptr, video.addr(), frames);
+    EXPECT_EQ(filtered.description.addr(), video.addr());
+    EXPECT_TRUE(filtered.frames.empty());
+    EXPECT_EQ(gain->getStatus().mExtra, static_cast<unsigned int>(kResultNoValidTracks));
+
+    RPtr<RAudioDescription> wide(new RAudioDescription);
+    wide->mChannels = 2;
+    wide->mBytesPerSample = 4;
+    wide->mSampleRate = 48000;
+    RPtr<RGainFilter> second(new RGainFilter);
+    filtered = cmtest::filterFrames(*second, nullptr, wide.addr(), {});
+    EXPECT_EQ(filtered.description.addr(), wide.addr());
+    EXPECT_EQ(second->getStatus().mExtra, static_cast<unsigned int>(kResultNoValidTracks));
+
+    RPtr<RGainFilter> undescribed(new RGainFilter);
+    filtered = cmtest::filterFrames(*undescribed, nullptr, nullptr, frames);
+    EXPECT_FALSE(filtered.description);
+    EXPECT_TRUE(filtered.frames.empty());
+    EXPECT_EQ(undescribed->getStatus().mExtra, static_cast<unsigned int>(kResultNoValidTracks));
+
+    wide->mBytesPerSample = 2;
+    RPtr<RGainFilter> third(new RGainFilter);
+    filtered = cmtest::filterFrames(*third, nullptr, wide.addr(), {});
+    EXPECT_EQ(filtered.description.addr(), wide.addr());
+    EXPECT_EQ(third->getStatus().mExtra, 0u);
+}

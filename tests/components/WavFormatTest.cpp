@@ -1,0 +1,249 @@
+#include "common/WavFormat.h"
+
+#include <gtest/gtest.h>
+
+#include "common/StreamIO.h"
+
+#include <cm/CMComponentStatus.h>
+#include <cm/CMStream.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+using ZR::RPtr;
+using namespace ZR::CM;
+using cmcomponents::CByteReader;
+using cmcomponents::WavFormat;
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+RPtr<RStream> streamWith(const Bytes& bytes) {
+    RPtr<RStream> stream = RStream::getTempStream();
+    if (!bytes.empty()) {
+        stream->write(const_cast<unsigned char*>(bytes.data()),
+                      static_cast<long long>(bytes.size()));
+    }
+    stream->lseek(0, SEEK_SET);
+    return stream;
+}
+
+int parse(const Bytes& bytes, WavFormat& format) {
+    CByteReader reader(streamWith(bytes));
+    std::string why;
+    const int result = cmcomponents::readWavHeader(reader, format, why);
+    EXPECT_EQ(result == kResultOK, why.empty()) << why;
+    return result;
+}
+
+void put16(Bytes& b, unsigned int v) {
+    b.push_back(static_cast<unsigned char>(v));
+    b.push_back(static_cast<unsigned char>(v >> 8));
+}
+
+void put32(Bytes& b, unsigned int v) {
+    put16(b, v & 0xFFFF);
+    put16(b, v >> 16);
+}
+
+void putChunk(Bytes& b, const char* id, const Bytes& body) {
+    b.insert(b.end(), id, id + 4);
+    put32(b, static_cast<unsigned int>(body.size()));
+    b.insert(b.end(), body.begin(), body.end());
+    if (body.size() % 2) {
+        b.push_back(0);
+    }
+}
+
+// The body of a plain fmt chunk.
+Bytes fmtBody(unsigned int tag, unsigned int channels, unsigned int rate, unsigned int bits,
+              unsigned int blockAlign) {
+    Bytes b;
+    put16(b, tag);
+    put16(b, channels);
+    put32(b, rate);
+    put32(b, rate * blockAlign);
+    put16(b, blockAlign);
+    put16(b, bits);
+    return b;
+}
+
+// An extensible fmt body; subformatTag 1 is PCM.
+Bytes extensibleBody(unsigned int channels, unsigned int bits, unsigned int validBits,
+                     unsigned int mask, unsigned int subformatTag, unsigned int cbSize = 22) {
+    Bytes b = fmtBody(0xFFFE, channels, 48000, bits, channels * bits / 8);
+    put16(b, cbSize);
+    put16(b, validBits);
+    put32(b, mask);
+    put16(b, subformatTag);
+    const unsigned char tail[14] = {0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
+    b.insert(b.end(), tail, tail + 14);
+    return b;
+}
+
+// RIFF/WAVE around the given chunks.
+Bytes riff(const Bytes& chunks) {
+    Bytes b{'R', 'I', 'F', 'F'};
+    put32(b, static_cast<unsigned int>(4 + chunks.size()));
+    b.insert(b.end(), {'W', 'A', 'V', 'E'});
+    b.insert(b.end(), chunks.begin(), chunks.end());
+    return b;
+}
+
+Bytes wavWith(const Bytes& fmt, const Bytes& data) {
+    Bytes chunks;
+    putChunk(chunks, "fmt ", fmt);
+    putChunk(chunks, "data", data);
+    return riff(chunks);
+}
+
+}  // namespace
+
+// Headers made for every width and channel count read back as the same format; the
+// extensible form is chosen exactly when the format asks for it.
+TEST(WavFormatTest, HeadersRoundTripForEveryWidthAndChannelCount) {
+    for (unsigned int bits : {8u, 16u, 24u}) {
+        for (unsigned int channels = 1; channels <= WavFormat::kMaxChannels; ++channels) {
+            for (unsigned int mask : {0u, (1u << channels) - 1}) {
+                WavFormat written;
+                written.channels = channels;
+                written.sampleRate = 44100 + channels;
+                written.bitsPerSample = bits;
+                written.channelMask = mask;
+                written.dataBytes = 10ull * written.blockAlign();
+                Bytes file = cmcomponents::makeWavHeader(written);
+                const bool extensible = channels > 2 || bits > 16 || mask != 0;
+                EXPECT_EQ(file.size(), extensible ? 68u : 44u);
+                file.resize(file.size() + written.dataBytes, 0x5A);
+
+                WavFormat read;
+                ASSERT_EQ(parse(file, read), kResultOK) << bits << " bits, " << channels;
+                EXPECT_EQ(read.channels, channels);
+                EXPECT_EQ(read.sampleRate, written.sampleRate);
+                EXPECT_EQ(read.bitsPerSample, bits);
+                EXPECT_EQ(read.channelMask, mask);
+                EXPECT_EQ(read.dataBytes, written.dataBytes);
+                EXPECT_EQ(read.sampleFrames(), 10u);
+            }
+        }
+    }
+}
+
+TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
+    const Bytes samples(16, 0);
+    const Bytes pcm16 = fmtBody(1, 2, 48000, 16, 4);
+    Bytes dataFirst;
+    putChunk(dataFirst, "data", samples);
+    putChunk(dataFirst, "fmt ", pcm16);
+    Bytes twoFmt;
+    putChunk(twoFmt, "fmt ", pcm16);
+    putChunk(twoFmt, "fmt ", pcm16);
+    putChunk(twoFmt, "data", samples);
+    Bytes notWave = wavWith(pcm16, samples);
+    std::memcpy(&notWave[8], "AVI ", 4);
+    Bytes notRiff = wavWith(pcm16, samples);
+    std::memcpy(&notRiff[0], "RIFX", 4);
+    Bytes shortFmt = pcm16;
+    shortFmt.resize(14);
+
+    const struct {
+        const char* what;
+        Bytes file;
+        int result;
+    } cases[] = {
+        {"not RIFF", notRiff, kResultInputMetaDataParseFailed},
+        {"not WAVE", notWave, kResultInputMetaDataParseFailed},
+        {"data before fmt", riff(dataFirst), kResultInputMetaDataParseFailed},
+        {"two fmt chunks", riff(twoFmt), kResultInputMetaDataParseFailed},
+        {"fmt of 14 bytes", wavWith(shortFmt, samples), kResultInputMetaDataParseFailed},
+        {"block size", wavWith(fmtBody(1, 2, 48000, 16, 2), samples),
+         kResultInputMetaDataParseFailed},
+        {"no channels", wavWith(fmtBody(1, 0, 48000, 16, 0), samples),
+         kResultInputMetaDataParseFailed},
+        {"no rate", wavWith(fmtBody(1, 2, 0, 16, 4), samples), kResultInputMetaDataParseFailed},
+        {"no extension", wavWith(extensibleBody(2, 16, 16, 3, 1, 0), samples),
+         kResultInputMetaDataParseFailed},
+        {"valid bits", wavWith(extensibleBody(2, 16, 20, 3, 1), samples),
+         kResultInputMetaDataParseFailed},
+        {"float", wavWith(fmtBody(3, 2, 48000, 32, 8), samples), kResultNoValidTracks},
+        {"32 bits", wavWith(fmtBody(1, 2, 48000, 32, 8), samples), kResultNoValidTracks},
+        {"12 bits", wavWith(fmtBody(1, 1, 48000, 12, 1), samples), kResultNoValidTracks},
+        {"9 channels", wavWith(fmtBody(1, 9, 48000, 16, 18), samples), kResultNoValidTracks},
+        {"float subformat", wavWith(extensibleBody(2, 32, 32, 3, 3), samples),
+         kResultNoValidTracks},
+        {"no data chunk", riff([&] {
+             Bytes b;
+             putChunk(b, "fmt ", pcm16);
+             return b;
+         }()),
+         kResultInputMetaDataParseFailed},
+        {"empty", Bytes(), kResultInputMetaDataParseFailed},
+    };
+    for (const auto& c : cases) {
+        WavFormat format;
+        EXPECT_EQ(parse(c.file, format), c.result) << c.what;
+    }
+}
+
+// A header cut anywhere before its data chunk is rejected, never read past; cut inside
+// the samples it still opens, with the samples that are there.
+TEST(WavFormatTest, EveryTruncationIsRejectedOrCutToWholeSampleFrames) {
+    Bytes chunks;
+    putChunk(chunks, "LIST", Bytes(7, 'x'));  // odd: followed by a pad byte
+    putChunk(chunks, "fmt ", extensibleBody(6, 24, 24, 0x3F, 1));
+    putChunk(chunks, "data", Bytes(18 * 5, 0x11));
+    const Bytes file = riff(chunks);
+    const std::size_t dataStart = file.size() - 18 * 5;
+    for (std::size_t cut = 0; cut < dataStart; ++cut) {
+        WavFormat format;
+        EXPECT_EQ(parse(Bytes(file.begin(), file.begin() + cut), format),
+                  kResultInputMetaDataParseFailed)
+            << "cut at " << cut;
+    }
+    for (std::size_t cut = dataStart; cut <= file.size(); ++cut) {
+        WavFormat format;
+        ASSERT_EQ(parse(Bytes(file.begin(), file.begin() + cut), format), kResultOK);
+        EXPECT_EQ(format.dataBytes, (cut - dataStart) / 18 * 18);
+        EXPECT_EQ(format.channelMask, 0x3Fu);
+    }
+}
+
+TEST(WavFormatTest, DescriptionsCarryTheFormatAndRejectWhatWavCannotHold) {
+    WavFormat format;
+    format.channels = 6;
+    format.sampleRate = 96000;
+    format.bitsPerSample = 24;
+    format.channelMask = 0x0F;  // four speakers named for six channels: no assignment
+    RPtr<RAudioDescription> description(format.createDescription());
+    EXPECT_EQ(description->mChannels, 6u);
+    EXPECT_EQ(description->mBytesPerSample, 3u);
+    EXPECT_EQ(description->mSampleRate, 96000.0);
+
+    WavFormat back;
+    ASSERT_TRUE(back.setFromDescription(*description));
+    EXPECT_EQ(back.bitsPerSample, 24u);
+    EXPECT_EQ(back.channelMask, 0u);
+    description->mAudioInt = 0x3F;
+    description->mSampleRate = 44099.6;
+    ASSERT_TRUE(back.setFromDescription(*description));
+    EXPECT_EQ(back.channelMask, 0x3Fu);
+    EXPECT_EQ(back.sampleRate, 44100u);
+
+    const auto rejects = [](void (*change)(RAudioDescription&)) {
+        RAudioDescription d;
+        d.mChannels = 2;
+        d.mBytesPerSample = 2;
+        d.mSampleRate = 48000;
+        change(d);
+        WavFormat f;
+        return !f.setFromDescription(d);
+    };
+    EXPECT_FALSE(rejects([](RAudioDescription&) {}));
+    EXPECT_TRUE(rejects([](RAudioDescription& d) { d.mChannels = 0; }));
+    EXPECT_TRUE(rejects([](RAudioDescription& d) { d.mChannels = 9; }));
+    EXPECT_TRUE(rejects([](RAudioDescription& d) { d.mSampleRate = 0.2; }));  // rounds to 0
+    // 2 channels of 2 bytes: the byte rate no longer fits the header's 32 bits.
+    EXPECT_TRUE(rejects([](RAudioDescription& d) { d.mSampleRate = 2e9; }));
+}

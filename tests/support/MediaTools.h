@@ -1,0 +1,38 @@
+// The media tools of the system (ffmpeg, ffprobe, sox) as independent judges of the files
+// the components write, and small file helpers around them. A tool that is missing makes
+// the calling test fail: the tools come with scripts/install-deps.sh.
+#ifndef CM_TESTS_SUPPORT_MEDIATOOLS_H
+#define CM_TESTS_SUPPORT_MEDIATOOLS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace cmtest {
+
+struct ToolRun {
+    int status = -1;     // the exit status; -1 when the command could not run
+    std::string output;  // what it wrote to standard output
+};
+
+// Runs a shell command line, capturing standard output (standard error is left alone).
+ToolRun runCommand(const std::string& command);
+// True when the program is found on PATH.
+bool haveTool(const std::string& name);
+// Quotes a path for the shell.
+std::string shellQuote(const std::string& text);
+
+// ffprobe's view of the first stream of a file: the key=value lines of -show_streams,
+// after decoding every frame when countFrames is set (nb_read_frames). Empty when ffprobe
+// fails on the file.
+std::map<std::string, std::string> probeStream(const std::string& path, bool countFrames);
+// What ffmpeg decodes from a file, written as raw data of the given format (ffmpeg's -f:
+// s16le, u8, s24le, rawvideo); empty when ffmpeg fails.
+std::vector<unsigned char> decodeWithFfmpeg(const std::string& path, const std::string& format);
+
+std::vector<unsigned char> readFile(const std::string& path);
+void writeFile(const std::string& path, const std::vector<unsigned char>& bytes);
+
+}  // namespace cmtest
+
+#endif
