@@ -11,6 +11,7 @@
 #include "Host.h"
 #include "Pipeline.h"
 
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -24,11 +25,29 @@ namespace {
 constexpr unsigned int kLinearPCM = ZR::fourcc("lpcm");
 constexpr unsigned int kPlanar420 = ZR::fourcc("I420");
 
-class ToneSource : public ZR::CM::CMMultipleQueueComponent {
+// What a source reports: completed once it has written everything, with the frames and
+// bytes it put on its queue.
+class Source : public ZR::CM::CMMultipleQueueComponent {
+public:
+    unsigned int type() const override { return ZR::fourcc("impt"); }
+    ZR::CM::CComponentStatus getStatus() override {
+        ZR::CM::CComponentStatus status;
+        const ZR::CM::RQueue* queue = mOutputQueues.empty() ? nullptr : mOutputQueues.front();
+        status.mStatusCode =
+            mDone ? ZR::CM::CComponentStatus::kCompleted : ZR::CM::CComponentStatus::kWorking;
+        status.mFrames = queue ? static_cast<int>(queue->getFramesPut()) : 0;
+        status.mBytes = queue ? static_cast<int>(queue->getBytesPut()) : 0;
+        return status;
+    }
+
+protected:
+    std::atomic<bool> mDone{false};
+};
+
+class ToneSource : public Source {
 public:
     ToneSource(double seconds, unsigned int rate, unsigned int channels, double frequency)
         : mSeconds(seconds), mRate(rate), mChannels(channels), mFrequency(frequency) {}
-    unsigned int type() const override { return ZR::fourcc("impt"); }
 
     // A source has no inputs: the run loop comes straight here.
     void flush() override {
@@ -56,6 +75,7 @@ public:
             writer.writeSamples(chunk.data(), static_cast<unsigned int>(count * mChannels));
         }
         writer.end();
+        mDone = true;
     }
 
 private:
@@ -66,11 +86,10 @@ private:
     double mFrequency;
 };
 
-class VideoSource : public ZR::CM::CMMultipleQueueComponent {
+class VideoSource : public Source {
 public:
     VideoSource(double seconds, unsigned int width, unsigned int height, double fps)
         : mSeconds(seconds), mWidth(width), mHeight(height), mFps(fps) {}
-    unsigned int type() const override { return ZR::fourcc("impt"); }
 
     void flush() override {
         ZR::RPtr<ZR::CM::RQVideoFrameWriter> writer(
@@ -101,6 +120,7 @@ public:
             writer->put(frame);
         }
         writer->end(frames / mFps);
+        mDone = true;
     }
 
 private:
@@ -130,7 +150,7 @@ int runGenerate(const GlobalOptions& global, const Words& args) {
     line.expectPositionalCount(2, 2);
     const std::string what = line.positional(0, "tone or video");
     const double seconds = line.number("--seconds", 2, 0, 3600);
-    ZR::RPtr<ZR::CM::CMMultipleQueueComponent> source;
+    ZR::RPtr<Source> source;
     if (what == "tone") {
         source =
             new ToneSource(seconds, static_cast<unsigned>(line.number("--rate", 48000, 1, 768000)),

@@ -2,7 +2,9 @@
 //
 // Opens the media through the stream factory, picks the importer by the file extension
 // (the highest priority first) and prints the movie it describes: its metadata and each
-// track.
+// track. Track fields are read the way the sample importers fill them: mTrackValue the
+// data format, mTrackReal the rate, mTrackSize the count of sample frames or pictures, and
+// mKindValue1/2 the channels and bits of audio or the width and height of video.
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
@@ -21,9 +23,17 @@ void printMovie(const ZR::CM::RMovieInfo& movie) {
     }
     std::printf("tracks: %zu\n", movie.mTracks.size());
     for (const ZR::CM::RTrackInfo* track : movie.mTracks) {
-        std::printf("  track %u: %s, start %.3f s, duration %.3f s, %llu bytes\n", track->mTrackID,
-                    fourccText(track->mMediaType).c_str(), double(track->mTrackStart),
-                    double(track->mTrackDuration), track->mTrackSize);
+        std::printf("  track %u: %s %s, start %.3f s, duration %.3f s", track->mTrackID,
+                    fourccText(track->mMediaType).c_str(), fourccText(track->mTrackValue).c_str(),
+                    double(track->mTrackStart), double(track->mTrackDuration));
+        if (const auto* audio = dynamic_cast<const ZR::CM::RAudioTrackInfo*>(track)) {
+            std::printf(", %g Hz, %u channels, %u bits, %llu sample frames", track->mTrackReal,
+                        audio->mKindValue1, audio->mKindValue2, track->mTrackSize);
+        } else if (const auto* video = dynamic_cast<const ZR::CM::RVideoTrackInfo*>(track)) {
+            std::printf(", %ux%u, %g fps, %llu pictures", video->mKindValue1, video->mKindValue2,
+                        track->mTrackReal, track->mTrackSize);
+        }
+        std::printf("\n");
     }
 }
 
