@@ -29,16 +29,6 @@ sys_conf& conf() {
     return sys_conf::instance();
 }
 
-std::vector<std::string> drain(int fd) {
-    std::vector<std::string> got;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT)) >= 0) {
-        got.emplace_back(buffer, static_cast<size_t>(n));
-    }
-    return got;
-}
-
 std::vector<std::string> lines(const std::string& path) {
     std::ifstream in(path);
     std::vector<std::string> found;
@@ -80,7 +70,7 @@ TEST(LoggerTest, EachDestinationFiltersByItsOwnThreshold) {
     RLogger* const logger = RLogger::getDefault();
     EXPECT_EQ(logger->log(3, kTime, "important"), 0);
     EXPECT_EQ(logger->logf(6, kTime, "%s %d", "detail", 6), 0);
-    EXPECT_EQ(drain(udp),
+    EXPECT_EQ(cmtest::receiveWaiting(udp),
               (std::vector<std::string>{std::string("important", 10), std::string("detail 6", 9)}));
     EXPECT_EQ(lines(dir.file("plaiva.log")),
               std::vector<std::string>{"Sun Sep  9 01:46:40 2001 important"});
@@ -97,7 +87,7 @@ TEST(LoggerTest, FormattedMessagesAreCutTo2047Characters) {
     const std::string text(3000, 'm');
     logger->logf(1, "%s", text.c_str());
     logger->log(1, ZR::RString(text.c_str()));  // no formatting, no cut
-    const std::vector<std::string> got = drain(udp);
+    const std::vector<std::string> got = cmtest::receiveWaiting(udp);
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0], text.substr(0, 2047) + '\0');
     EXPECT_EQ(got[1], text + '\0');

@@ -28,17 +28,6 @@ sys_conf& conf() {
     return sys_conf::instance();
 }
 
-// Every datagram waiting on fd.
-std::vector<std::string> drain(int fd) {
-    std::vector<std::string> got;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT)) >= 0) {
-        got.emplace_back(buffer, static_cast<size_t>(n));
-    }
-    return got;
-}
-
 std::string withZero(const std::string& text) {
     return text + '\0';
 }
@@ -86,7 +75,7 @@ TEST(NetworkLogTest, UDPSendsOneDatagramWithItsZeroPerMessageUpToTheThreshold) {
     for (int priority = 0; priority <= 7; ++priority) {
         EXPECT_EQ(udp->log(priority, 0, ("p" + std::to_string(priority)).c_str()), 0);
     }
-    EXPECT_EQ(drain(server), (std::vector<std::string>{withZero("p0"), withZero("p1"),
+    EXPECT_EQ(cmtest::receiveWaiting(server), (std::vector<std::string>{withZero("p0"), withZero("p1"),
                                                        withZero("p2"), withZero("p3")}));
 
     // getDefault reads the threshold again but keeps the destination as it was made.
@@ -95,7 +84,7 @@ TEST(NetworkLogTest, UDPSendsOneDatagramWithItsZeroPerMessageUpToTheThreshold) {
     EXPECT_EQ(RUDPLogInterface::getDefault(), udp);
     udp->log(6, 0, "abc");
     udp->log(7, 0, "still not");
-    EXPECT_EQ(drain(server), std::vector<std::string>{std::string("abc\0", 4)});
+    EXPECT_EQ(cmtest::receiveWaiting(server), std::vector<std::string>{std::string("abc\0", 4)});
     close(server);
 }
 

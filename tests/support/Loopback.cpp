@@ -22,4 +22,14 @@ int loopbackServer(int socketType, int* port) {
     return fd;
 }
 
+std::vector<std::string> receiveWaiting(int fd) {
+    std::vector<std::string> got;
+    char buffer[4096];
+    ssize_t n;
+    while ((n = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT)) >= 0) {
+        got.emplace_back(buffer, static_cast<size_t>(n));
+    }
+    return got;
+}
+
 }  // namespace cmtest

@@ -2,11 +2,17 @@
 #ifndef CM_TESTS_SUPPORT_LOOPBACK_H
 #define CM_TESTS_SUPPORT_LOOPBACK_H
 
+#include <string>
+#include <vector>
+
 namespace cmtest {
 
 // A socket bound to a port of 127.0.0.1 that the kernel picks, stored in *port:
 // listening for SOCK_STREAM, ready to receive for SOCK_DGRAM. The caller closes it.
 int loopbackServer(int socketType, int* port);
+
+// Every datagram (or chunk of a stream) already waiting on fd, without blocking.
+std::vector<std::string> receiveWaiting(int fd);
 
 }  // namespace cmtest
 
