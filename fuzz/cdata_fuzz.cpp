@@ -11,12 +11,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
 using namespace ZR;
 using namespace ZR::CM;
 
+// Whatever was read must write out in a form that reads back to the same value: writing
+// the copy gives the very bytes the first write gave.
 template <typename T>
 void roundTrip(CData& in, T& value, T& again) {
     in >> value;
@@ -24,6 +28,13 @@ void roundTrip(CData& in, T& value, T& again) {
     out << value;
     out.rewind();
     out >> again;
+    CData second;
+    second << again;
+    if (out.failed() || second.getSize() != out.getSize() ||
+        std::memcmp(second.getData(), out.getData(), static_cast<std::size_t>(out.getSize())) !=
+            0) {
+        std::abort();
+    }
 }
 
 template <typename T>
