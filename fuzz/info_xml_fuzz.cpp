@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -85,9 +86,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } else {
         info = new ZR::CM::RImporterInfo(ZR::RString("fuzz"));
     }
-    if (info->loadInfoXML(dtd) == 0) {
-        info->getComponentPath(ZR::kAnyFourCC, ZR::kAnyFourCC);
-        info->formatMap.supportsFormats(ZR::fourcc("lpcm"), ZR::kAnyFourCC);
+    if (info->loadInfoXML(dtd) != 0) {
+        return 0;
+    }
+    info->getComponentPath(ZR::kAnyFourCC, ZR::kAnyFourCC);
+    info->formatMap.supportsFormats(ZR::fourcc("lpcm"), ZR::kAnyFourCC);
+    // A loaded info travels: its stream form must read back into one that writes the same.
+    ZR::CData first;
+    first << *info;
+    first.rewind();
+    ZR::RPtr<ZR::CM::RComponentInfo> copy(new ZR::CM::RFilterInfo());
+    first >> *copy;
+    ZR::CData second;
+    second << *copy;
+    if (first.failed() || first.getSize() != second.getSize() ||
+        std::memcmp(first.getData(), second.getData(), static_cast<std::size_t>(first.getSize())) !=
+            0) {
+        std::abort();
     }
     return 0;
 }
