@@ -8,6 +8,33 @@
 
 #include <cstdlib>
 
+namespace {
+
+// Whether the bytes are exactly one BER SEQUENCE: its tag, a definite length in short or
+// long form, and that many content bytes to the end. Inner lengths are not checked: an
+// identifier's length is one byte by design, whatever it holds.
+bool isOneSequence(const unsigned char* bytes, int length) {
+    if (length < 2 || bytes[0] != 0x30) {
+        return false;
+    }
+    unsigned long content = bytes[1];
+    int header = 2;
+    if (content & 0x80) {
+        const int count = static_cast<int>(content & 0x7F);
+        if (count == 0 || count > 4 || length < 2 + count) {
+            return false;
+        }
+        content = 0;
+        for (int i = 0; i < count; ++i) {
+            content = content << 8 | bytes[2 + i];
+        }
+        header += count;
+    }
+    return content == static_cast<unsigned long>(length - header);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     ZR::RPtr<ZR::CM::RSNMPTrap> trap(new ZR::CM::RSNMPTrap());
@@ -32,7 +59,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             default: {
                 const std::string trapOid = input.text();
                 const std::string community = input.text();
-                trap->encodeTrap(trapOid.c_str(), community.c_str());
+                if (trap->encodeTrap(trapOid.c_str(), community.c_str()) &&
+                    !isOneSequence(trap->getPosition(), trap->getLength())) {
+                    std::abort();
+                }
+                // As sending does, so that later bindings start a new trap.
+                trap->reset();
                 break;
             }
         }
