@@ -5,11 +5,7 @@
 #include <string>
 #include <vector>
 
-// sys_conf reads its file once per process and offers no way to forget it, while the
-// fuzzer needs an empty store for every input: this program alone opens up its members.
-#define private public
 #include <cm/CMSysConf.h>
-#undef private
 
 #include <cstddef>
 #include <cstdint>
@@ -55,13 +51,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     writeFile(fixture.root + "cm.conf", data + 1, size - 1);
     ZR::CM::sys_conf& conf = ZR::CM::sys_conf::instance();
-    conf.m_values.clear();
-    conf.m_loaded = false;
+    conf.clear();
     conf.set_validation(data[0] & 1);
     conf.load_file("@cm.conf", fixture.root.c_str());
 
     std::vector<std::string> keys;
-    for (const auto& entry : conf.m_values) {
+    for (const auto& entry : conf.values()) {
         keys.push_back(entry.first);
     }
     for (const std::string& key : keys) {
