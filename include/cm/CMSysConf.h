@@ -27,6 +27,11 @@ public:
     // be opened, parsed or validated; keys read before the error stay.
     bool load_file(const char* path, const char* root);
     bool is_config_loaded() const { return m_loaded; }
+    // Forgets every key and the loaded flag, so that one process may load another file
+    // (tests and fuzzing do). Not for a running host: readers keep no lock.
+    void clear();
+    // Every key with its value, in key order.
+    const std::map<std::string, std::string>& values() const { return m_values; }
     void set_validation(bool validate) { m_validation = validate; }
 
     // Missing keys and empty values give the default.

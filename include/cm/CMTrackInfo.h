@@ -132,7 +132,8 @@ CData& operator>>(CData& data, RHintTrackInfo& track);
 // The movie's numbers and name, the track count, then each track as its media type
 // followed by the form of its kind; tracks of any other type are carried as the type word
 // alone. Reading appends the tracks it can fill to the movie; a truncated track is
-// dropped and data.failed() tells the caller. The metadata is not carried.
+// dropped and data.failed() tells the caller. A track takes the type word that chose its
+// form as its media type, whatever the form itself repeats. The metadata is not carried.
 CData& operator<<(CData& data, const RMovieInfo& movie);
 CData& operator>>(CData& data, RMovieInfo& movie);
 

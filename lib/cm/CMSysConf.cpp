@@ -42,6 +42,12 @@ sys_conf& sys_conf::instance() {
     return the_instance;
 }
 
+void sys_conf::clear() {
+    m_values.clear();
+    m_root.clear();
+    m_loaded = false;
+}
+
 std::string sys_conf::expand_root(const char* text) const {
     if (text[0] == '@') {
         return m_root + (text + 1);

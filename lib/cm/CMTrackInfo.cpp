@@ -66,21 +66,28 @@ void writeTrackInForm(CData& data, const RTrackInfo& track) {
 }
 
 // Reads one track of the given kind; null when the stream ran out before it was complete.
+// The track's form repeats its media type; a stream whose copy disagrees with the type word
+// that chose the form is corrupt, and the type word wins, so that a track's type always
+// names its class: whoever picks the tracks of one type may treat them as that kind.
 template <typename Track>
-RPtr<RTrackInfo> readNewTrack(CData& data) {
+RPtr<RTrackInfo> readNewTrack(CData& data, unsigned int mediaType) {
     RPtr<Track> track(new Track());
     data >> *track;
-    return data.failed() ? nullptr : RPtr<RTrackInfo>(track);
+    if (data.failed()) {
+        return nullptr;
+    }
+    track->mMediaType = mediaType;
+    return RPtr<RTrackInfo>(track);
 }
 
 RPtr<RTrackInfo> readTrackOfType(CData& data, unsigned int mediaType) {
     switch (mediaType) {
         case kVideo:
-            return readNewTrack<RVideoTrackInfo>(data);
+            return readNewTrack<RVideoTrackInfo>(data, mediaType);
         case kAudio:
-            return readNewTrack<RAudioTrackInfo>(data);
+            return readNewTrack<RAudioTrackInfo>(data, mediaType);
         case kHint:
-            return readNewTrack<RHintTrackInfo>(data);
+            return readNewTrack<RHintTrackInfo>(data, mediaType);
         default:
             return nullptr;
     }

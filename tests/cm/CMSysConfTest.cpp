@@ -63,10 +63,16 @@ TEST(SysConfTest, FlattensElementsIntoDottedKeysAndAccumulatesRepeats) {
     EXPECT_EQ(conf.get_int("common.level", 0), 42);
     EXPECT_EQ(conf.get_value("cfg.common.dir", "root names no key"), "root names no key");
 
-    // Loaded once per process: another file is not read.
+    // Loaded once per process: another file is not read, until the store is cleared.
     const std::string other = write(dir, "other.xml", "<cfg><common><dir>z</dir></common></cfg>");
     EXPECT_TRUE(conf.load_file(other.c_str(), "/"));
     EXPECT_EQ(conf.get_value("common.dir", ""), "a;b");
+    conf.clear();
+    EXPECT_FALSE(conf.is_config_loaded());
+    EXPECT_TRUE(conf.values().empty());
+    conf.set_validation(false);
+    EXPECT_TRUE(conf.load_file(other.c_str(), "/"));
+    EXPECT_EQ(conf.get_value("common.dir", ""), "z");
 }
 
 TEST(SysConfTest, FailedLoadsKeepWhatWasReadAndMayBeRetried) {

@@ -127,6 +127,24 @@ TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
     EXPECT_NE(dynamic_cast<RAudioTrackInfo*>(back->mTracks[0]), nullptr);
 }
 
+TEST(MovieInfoTest, TypeWordDecidesATracksMediaType) {
+    // A hint form whose own copy of the media type says "vide" (found by cdata_fuzz): read
+    // as it stands, the hint track would be picked as a video track, and a component that
+    // treats the tracks of a type as that kind would read a hint track as a video one.
+    Bytes hostile = movieHeader("m", 1).u32(fourcc("hint")).track(4, "vide", 0, 0, 1, 0.0, 0);
+    hostile.u32(96).text("rtp").u32(0);
+    RPtr<RMovieInfo> back = readMovie(hostile.v);
+    ASSERT_EQ(back->mTracks.size(), 1u);
+    EXPECT_NE(dynamic_cast<RHintTrackInfo*>(back->mTracks[0]), nullptr);
+    EXPECT_EQ(back->mTracks[0]->mMediaType, fourcc("hint"));
+    EXPECT_TRUE(back->getTracksForMedia(fourcc("vide")).empty());
+
+    // Written again, the track keeps its form and both copies of its type agree.
+    Bytes consistent = movieHeader("m", 1).u32(fourcc("hint")).track(4, "hint", 0, 0, 1, 0.0, 0);
+    consistent.u32(96).text("rtp").u32(0);
+    EXPECT_EQ(wire(*back), consistent.v);
+}
+
 TEST(MovieInfoTest, EmptyMovieAndTrackSelection) {
     EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).v);
 
