@@ -46,6 +46,35 @@ std::vector<unsigned int> sequence(unsigned int count) {
     return numbers;
 }
 
+// Producer -> filter -> consumer through two queues, each on its own thread, started from
+// the consumer backwards.
+struct ThreeStages {
+    ThreeStages(unsigned int frames, RPtr<RQueue> firstQueue, RPtr<RQueue> secondQueue)
+        : first(std::move(firstQueue)),
+          second(std::move(secondQueue)),
+          producer(new Producer(frames, smallFrames)),
+          filter(new PassFilter),
+          consumer(new Consumer) {
+        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
+        producer->init(none, in1);
+        filter->init(in1, in2);
+        consumer->init(in2, none);
+        consumer->start(nullptr);
+        filter->start(nullptr);
+        producer->start(nullptr);
+    }
+    void reset() {
+        producer->reset();
+        filter->reset();
+        consumer->reset();
+    }
+
+    RPtr<RQueue> first, second;
+    RPtr<Producer> producer;
+    RPtr<PassFilter> filter;
+    RPtr<Consumer> consumer;
+};
+
 // Blocks in the place the test chooses, on an input that never moves.
 class Blocker : public ZR::CM::CMMultipleQueueComponent {
 public:
@@ -79,17 +108,8 @@ TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
     const int liveBefore = cmtest::Tracked::live();
     const unsigned int kFrames = 5000;
     {
-        RPtr<RQueue> first = makeQueue(4, 16), second = makeQueue(2, 8);
-        RPtr<Producer> producer(new Producer(kFrames, smallFrames));
-        RPtr<PassFilter> filter(new PassFilter);
-        RPtr<Consumer> consumer(new Consumer);
-        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
-        producer->init(none, in1);
-        filter->init(in1, in2);
-        consumer->init(in2, none);
-        consumer->start(nullptr);
-        filter->start(nullptr);
-        producer->start(nullptr);
+        ThreeStages stages(kFrames, makeQueue(4, 16), makeQueue(2, 8));
+        const auto& [first, second, producer, filter, consumer] = stages;
         EXPECT_EQ(producer->join(), 0);
         EXPECT_EQ(filter->join(), 0);
         EXPECT_EQ(consumer->join(), 0);
@@ -103,9 +123,7 @@ TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
         // last node stays until its reader leaves.
         EXPECT_LE(first->getNodeCount(), 1);
         EXPECT_LE(second->getNodeCount(), 1);
-        producer->reset();
-        filter->reset();
-        consumer->reset();
+        stages.reset();
         EXPECT_EQ(first->getNodeCount(), 0);
         EXPECT_EQ(second->getNodeCount(), 0);
     }
@@ -170,9 +188,8 @@ TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
     // stands in for it.
     feeder.clear();
     postTo(nullptr, CNotification::kRestart);
-    cmtest::waitUntil([&] {
-        return out->getNodeCount() == 0 && filter->getReader(0)->getFramesRead() == 0;
-    });
+    cmtest::waitUntil(
+        [&] { return out->getNodeCount() == 0 && filter->getReader(0)->getFramesRead() == 0; });
     EXPECT_EQ(out->getFramesPut(), 0u);
 
     feeder.put(cmtest::makeNumberedFrame(5, 16));
@@ -190,17 +207,8 @@ TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
 TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
     const int liveBefore = cmtest::Tracked::live();
     {
-        RPtr<RQueue> first = makeQueue(2, 8), second = makeQueue(2, 8);
-        RPtr<Producer> producer(new Producer(3000, smallFrames));
-        RPtr<PassFilter> filter(new PassFilter);
-        RPtr<Consumer> consumer(new Consumer);
-        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
-        producer->init(none, in1);
-        filter->init(in1, in2);
-        consumer->init(in2, none);
-        consumer->start(nullptr);
-        filter->start(nullptr);
-        producer->start(nullptr);
+        ThreeStages stages(3000, makeQueue(2, 8), makeQueue(2, 8));
+        const auto& [first, second, producer, filter, consumer] = stages;
         for (int i = 0; i < 50 && producer->getRunningThreadCount() != 0; ++i) {
             postTo(nullptr, CNotification::kRestart);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -209,9 +217,7 @@ TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
         filter->abort();
         consumer->abort();
         EXPECT_TRUE(consumer->mAllIntact);
-        producer->reset();
-        filter->reset();
-        consumer->reset();
+        stages.reset();
     }
     EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
 }
