@@ -227,7 +227,9 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
         waitOn(q.mDataCondition, q.mReadersWaiting, q.mMutex);
     }
     if (mCurrent) {
-        mFramesRead.fetch_add(1, std::memory_order_relaxed);
+        // Only this reader's thread changes the count: no read-modify-write needed.
+        mFramesRead.store(mFramesRead.load(std::memory_order_relaxed) + 1,
+                          std::memory_order_relaxed);
     }
     if (hold) {
         *hold = mCurrent;
