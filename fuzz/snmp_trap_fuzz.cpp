@@ -1,11 +1,18 @@
-// The SNMP trap encoder fed arbitrary variable bindings, OIDs and community strings. Each
-// command byte picks an operation; the texts and numbers follow it in the input. The
-// encoded bytes must always lie inside the trap's buffer.
+// The SNMP trap encoder fed arbitrary variable bindings, OIDs and community strings, and
+// the SNMP log destination fed arbitrary log messages. Each command byte picks an
+// operation; the texts and numbers follow it in the input. The encoded bytes must always
+// lie inside the trap's buffer, and every trap the destination sends must be whole.
 #include "FuzzInput.h"
 
+#include <cm/CMNetworkLog.h>
 #include <cm/CMSNMPTrap.h>
+#include <cm/CMSysConf.h>
 #include <zr/RPtr.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -33,13 +40,54 @@ bool isOneSequence(const unsigned char* bytes, int length) {
     return content == static_cast<unsigned long>(length - header);
 }
 
+// The log destination, configured once to send its traps to a socket of 127.0.0.1 that
+// the fuzzer reads.
+struct LogDestination {
+    int receiver = -1;
+    ZR::CM::RSNMPLogInterface* snmp = nullptr;
+
+    LogDestination() {
+        receiver = ::socket(AF_INET, SOCK_DGRAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (receiver == -1 || ::bind(receiver, reinterpret_cast<sockaddr*>(&address), length) ||
+            ::getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length)) {
+            std::perror("snmp_trap_fuzz: bind");
+            std::abort();
+        }
+        ZR::CM::sys_conf& conf = ZR::CM::sys_conf::instance();
+        conf.set_value("%snmp-traps", "true");
+        conf.set_int("common.logging.snmp-priority", 7);
+        conf.set_value("common.logging.snmp-host", "127.0.0.1");
+        conf.set_int("common.logging.snmp-port", ntohs(address.sin_port));
+        snmp = ZR::CM::RSNMPLogInterface::getDefault();
+        if (!snmp) {
+            std::abort();
+        }
+    }
+
+    // Every trap sent so far must be one whole message.
+    void checkSent() const {
+        unsigned char datagram[2 * ZR::CM::RSNMPTrap::kBufferSize];
+        ssize_t n;
+        while ((n = ::recv(receiver, datagram, sizeof datagram, MSG_DONTWAIT)) >= 0) {
+            if (n > ZR::CM::RSNMPTrap::kBufferSize ||
+                !isOneSequence(datagram, static_cast<int>(n))) {
+                std::abort();
+            }
+        }
+    }
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     ZR::RPtr<ZR::CM::RSNMPTrap> trap(new ZR::CM::RSNMPTrap());
     while (!input.empty()) {
-        switch (input.take<std::uint8_t>() % 4) {
+        switch (input.take<std::uint8_t>() % 5) {
             case 0: {
                 const std::string oid = input.text();
                 trap->setInt(oid.c_str(), input.take<long>());
@@ -56,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 trap->setOctString(oid.c_str(), value.c_str());
                 break;
             }
-            default: {
+            case 3: {
                 const std::string trapOid = input.text();
                 const std::string community = input.text();
                 if (trap->encodeTrap(trapOid.c_str(), community.c_str()) &&
@@ -65,6 +113,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 }
                 // As sending does, so that later bindings start a new trap.
                 trap->reset();
+                break;
+            }
+            default: {
+                static const LogDestination destination;
+                const int priority = input.take<std::uint8_t>() % 8;
+                const int category = input.take<int>();
+                destination.snmp->log(priority, category, input.text().c_str());
+                destination.checkSent();
                 break;
             }
         }
