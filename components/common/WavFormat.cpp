@@ -95,6 +95,13 @@ int parseFmt(const unsigned char* p, std::size_t size, WavFormat& format, std::s
         why = "block size " + std::to_string(blockAlign) + " does not match the channels";
         return kResultInputMetaDataParseFailed;
     }
+    // The header stores rate times block size in 32 bits: a larger one is no WAV file, and
+    // could not be written back.
+    if (static_cast<unsigned long long>(rate) * blockAlign > 0xFFFFFFFFull) {
+        why = "rate " + std::to_string(rate) + " too high for " + std::to_string(channels) +
+              " channels of " + std::to_string(bits) + " bits";
+        return kResultInputMetaDataParseFailed;
+    }
     format.channels = channels;
     format.sampleRate = rate;
     format.bitsPerSample = bits;

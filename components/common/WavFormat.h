@@ -63,9 +63,9 @@ struct WavFormat {
 // rounded down to whole sample frames. Chunks other than "fmt " and "data" are skipped.
 // Returns 0; kResultInputMetaDataParseFailed for a header that is malformed or ends too
 // early (also: "data" before "fmt ", a block size that does not match the channels and
-// bits, no channels, no rate); kResultNoValidTracks for a well-formed header of samples
-// this format does not carry (not PCM, 32 bits, more than 8 channels). why receives a line
-// on what was wrong.
+// bits, no channels, no rate, a byte rate beyond 32 bits); kResultNoValidTracks for a well-formed
+// header of samples this format does not carry (not PCM, 32 bits, more than 8 channels). why
+// receives a line on what was wrong.
 int readWavHeader(CByteReader& reader, WavFormat& format, std::string& why);
 
 // The header of a file holding format.dataBytes of samples: 44 bytes, or 68 for the
