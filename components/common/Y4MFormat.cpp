@@ -138,6 +138,14 @@ int parseY4MHeader(const std::string& line, Y4MFormat& format, std::string& why)
     if (!haveWidth || !haveHeight || !haveRate) {
         return malformed(why, "the header lacks W, H or F");
     }
+    // Descriptions carry the rate as a double, which the components bring back to a
+    // fraction of denominator at most kMaxRateDenominator: a slower rate would become 0.
+    if (static_cast<unsigned long long>(f.rateNumerator) * Y4MFormat::kMaxRateDenominator <
+        f.rateDenominator) {
+        return malformed(why, "frame rate " + std::to_string(f.rateNumerator) + ":" +
+                                  std::to_string(f.rateDenominator) +
+                                  " is below one frame in a million seconds");
+    }
     if (!p.isValid()) {
         return malformed(why, "frames of more than 1 GiB");
     }

@@ -42,9 +42,10 @@ struct Y4MFormat {
 
 // Parses a stream header line (without its '\n'). W, H and F must be there; C defaults to
 // 4:2:0. Returns 0; kResultInputMetaDataParseFailed for a line that is not a Y4M header or
-// has a missing, malformed or out-of-range W, H or F; kResultNoValidTracks for a chroma
-// layout other than the three of PlanarPicture (monochrome, more than 8 bits, alpha). why
-// receives a line on what was wrong.
+// has a missing, malformed or out-of-range W, H or F (a rate below one frame in a million
+// seconds is out of range); kResultNoValidTracks for a chroma layout other than the three
+// of PlanarPicture (monochrome, more than 8 bits, alpha). why receives a line on what was
+// wrong.
 int parseY4MHeader(const std::string& line, Y4MFormat& format, std::string& why);
 
 // The header line for format, with its '\n'.
