@@ -93,6 +93,15 @@ RVideoFrame* RY4MImporter::readFrame(CByteReader& reader, unsigned int index) {
         return fail(ZR::CM::kResultInputMetaDataParseFailed, "no FRAME header");
     }
     const auto size = static_cast<unsigned int>(mFormat.picture.frameBytes());
+    const auto cutShort = [&](unsigned long long read) {
+        return fail(ZR::CM::kResultFileReadFailed, "cut short after " + std::to_string(read) +
+                                                       " of " + std::to_string(size) + " bytes");
+    };
+    // A picture may take up to a GiB: none is allocated for a stream known to end first.
+    const long long left = reader.remaining();
+    if (left >= 0 && static_cast<unsigned long long>(left) < size) {
+        return cutShort(static_cast<unsigned long long>(left));
+    }
     // Frames keep 64 bytes behind their data that readers may touch.
     auto* block = static_cast<unsigned char*>(std::malloc(size + 64u));
     if (!block) {
@@ -101,10 +110,8 @@ RVideoFrame* RY4MImporter::readFrame(CByteReader& reader, unsigned int index) {
     const std::size_t read = reader.read(block, size);
     if (read != size) {
         std::free(block);
-        return fail(ZR::CM::kResultFileReadFailed,
-                    reader.failed() ? "reading its picture failed"
-                                    : "cut short after " + std::to_string(read) + " of " +
-                                          std::to_string(size) + " bytes");
+        return reader.failed() ? fail(ZR::CM::kResultFileReadFailed, "reading its picture failed")
+                               : cutShort(read);
     }
     const double duration = static_cast<double>(mFormat.rateDenominator) / mFormat.rateNumerator;
     const double start =
