@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Configures (once) and builds one flavour of the tree under build/<name>.
+# Configures and builds one flavour of the tree under build/<name>. The options are applied
+# on every call, so that a build directory made with other options takes the new ones.
 #   scripts/build.sh NAME [cmake options...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -11,7 +12,5 @@ if command -v ccache >/dev/null; then
     # Paths below the checkout count relative to it, so another clone hits the same cache.
     export CCACHE_BASEDIR=$PWD
 fi
-if [ ! -f "build/$name/build.ninja" ]; then
-    cmake -S . -B "build/$name" -G Ninja "${launcher[@]}" "$@" >/dev/null
-fi
+cmake -S . -B "build/$name" -G Ninja "${launcher[@]}" "$@" >/dev/null
 cmake --build "build/$name"

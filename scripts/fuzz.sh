@@ -1,29 +1,72 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang, ASan and UBSan under build/fuzz and runs each
-# for SECONDS seconds (default 20) from its seed corpus in fuzz/corpus/<name>/. New inputs
-# go to build/fuzz/corpus/<name>/, so the committed corpus only changes by hand. Fails on
-# the first crash, leak or undefined behaviour; the input that caused it is left in
-# build/fuzz/artifacts/<name>/.
-#   scripts/fuzz.sh [SECONDS]
-set -euo pipefail
+# Runs every libFuzzer target for SECONDS seconds from its seed corpus in fuzz/corpus/<name>/,
+# two at a time (one per core), and ends with the line "fuzz: N passed, M failed".
+#   scripts/fuzz.sh [SECONDS]           builds the targets with clang, ASan and UBSan under
+#                                       build/fuzz first (default 300 seconds each)
+#   scripts/fuzz.sh --in BUILD SECONDS  runs the targets already built in BUILD/fuzz
+# New inputs go to BUILD/fuzz-corpus/<name>/, so the committed corpus only changes by hand.
+# A crash, leak, time-out (10 s), report of undefined behaviour or allocation of more than
+# 256 MB at once fails the target: no input of a few kilobytes needs that much, so such an
+# allocation trusts a size the input claims but does not hold. The input and log are left
+# in BUILD/fuzz-artifacts/<name>/. Exits non-zero if any target failed.
+set -uo pipefail
 cd "$(dirname "$0")/.."
-seconds=${1:-20}
-scripts/build.sh fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    "-DCM_SANITIZE=address,undefined" -DCM_BUILD_FUZZ=ON -DCM_BUILD_TESTS=OFF -DCM_WERROR=ON
-export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
-export UBSAN_OPTIONS=print_stacktrace=1
-for target in build/fuzz/fuzz/*_fuzz; do
+if [ "${1:-}" = "--in" ]; then
+    build=$2
+    seconds=$3
+else
+    build=build/fuzz
+    seconds=${1:-300}
+    scripts/build.sh fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        "-DCM_SANITIZE=address,undefined" -DCM_BUILD_FUZZ=ON -DCM_BUILD_TESTS=OFF \
+        -DCM_WERROR=ON || exit 1
+fi
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+parallel=${FUZZ_JOBS:-$(nproc)}
+
+# One target; its outcome goes to its artifact directory as "passed" or "failed".
+run_target() {
+    local target=$1 name
     name=$(basename "$target" _fuzz)
-    corpus=build/fuzz/corpus/$name
-    artifacts=build/fuzz/artifacts/$name
+    local corpus=$build/fuzz-corpus/$name artifacts=$build/fuzz-artifacts/$name
+    rm -rf "$artifacts"
     mkdir -p "$corpus" "$artifacts"
-    echo "== $name: ${seconds}s"
-    if ! "$target" "$corpus" "fuzz/corpus/$name" -max_total_time="$seconds" \
-        -artifact_prefix="$artifacts/" -print_final_stats=1 >"$artifacts/log" 2>&1; then
-        tail -n 60 "$artifacts/log"
-        echo "== $name failed; the input is in $artifacts/" >&2
-        exit 1
+    if "$target" "$corpus" "fuzz/corpus/$name" -max_total_time="$seconds" -timeout=10 \
+        -malloc_limit_mb=256 -artifact_prefix="$artifacts/" -print_final_stats=1 \
+        >"$artifacts/log" 2>&1; then
+        echo passed >"$artifacts/outcome"
+        echo "== $name: passed, $(grep -oP '^stat::number_of_executed_units:\s*\K\d+' \
+            "$artifacts/log") runs in ${seconds}s"
+    else
+        echo failed >"$artifacts/outcome"
+        tail -n 40 "$artifacts/log"
+        echo "== $name: FAILED; the input and log are in $artifacts/"
     fi
-    grep -E '^stat::number_of_executed_units' "$artifacts/log" || true
+}
+
+targets=("$build"/fuzz/*_fuzz)
+if [ ! -x "${targets[0]}" ]; then
+    echo "no fuzz targets in $build/fuzz" >&2
+    echo "fuzz: 0 passed, 1 failed"
+    exit 1
+fi
+for target in "${targets[@]}"; do
+    while [ "$(jobs -rp | wc -l)" -ge "$parallel" ]; do
+        wait -n
+    done
+    run_target "$target" &
 done
-echo "== all fuzz targets ran ${seconds}s without a failure"
+wait
+
+passed=0
+failed=0
+for target in "${targets[@]}"; do
+    if [ "$(cat "$build/fuzz-artifacts/$(basename "$target" _fuzz)/outcome" 2>/dev/null)" = passed ]; then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+    fi
+done
+echo "fuzz: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
