@@ -36,7 +36,8 @@ public:
     // the file is open. Throws zrbase::e::call when the file cannot be opened.
     bool init();
     // 0 when the line was written or filtered out, or when the file is not open; -1 when
-    // the reopening after a rotation or the write failed.
+    // the reopening after a rotation or the write failed. A line that does not fit (a full
+    // disk, a file-size limit) leaves no part of itself in the file.
     int log(int priority, int time, const char* message) override;
 
     const std::string& getPath() const noexcept { return mPath; }
@@ -49,6 +50,8 @@ private:
     // The time as ctime text with its newline turned into a space; the text of the last
     // second asked for is kept, since most lines share it.
     const std::string& timeText(int time);
+    // Writes mLine; false, with the file as it was before, when the write failed.
+    bool writeLine();
 
     int mPriority;
     unsigned int mFileCount;

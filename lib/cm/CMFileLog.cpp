@@ -117,14 +117,38 @@ int RFileLogInterface::log(int priority, int time, const char* message) {
         mLine.assign(stamp);
         mLine.append(message);
         mLine.push_back('\n');
-        mCurrentSize += static_cast<unsigned int>(mLine.size());
-        mFile.write(mLine.data(), static_cast<unsigned int>(mLine.size()));
-        mFile.flush();
     } catch (const zrbase::e::base&) {
         // A file that could not be reopened stays closed, and later messages are ignored.
         return -1;
     }
-    return 0;
+    return writeLine() ? 0 : -1;
+}
+
+bool RFileLogInterface::writeLine() {
+    const unsigned int start = mCurrentSize;
+    const auto length = static_cast<unsigned int>(mLine.size());
+    mCurrentSize += length;
+    try {
+        mFile.write(mLine.data(), length);
+        mFile.flush();
+        return true;
+    } catch (const zrbase::e::base&) {
+        mCurrentSize = start;
+    }
+    // Whatever part of the line got into the file goes again, so that the file still ends
+    // with a whole line and the next one does not run on from a fragment. Only a file that
+    // this line made longer is cut: past the end of a line written over an older file lie
+    // that file's lines.
+    try {
+        const long long end = mFile.seek(0, zrbase::stream::ra::seek_end);
+        if (end > start && end <= static_cast<long long>(start) + length) {
+            mFile.resize(start);
+        }
+        mFile.seek(start, zrbase::stream::ra::seek_begin);
+    } catch (const zrbase::e::base&) {
+        // The file stays as the failed write left it.
+    }
+    return false;
 }
 
 }  // namespace CM
