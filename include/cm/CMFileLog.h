@@ -7,7 +7,8 @@
 // has reached the maximum size is renamed to name.1.suffix (name.1 moving to name.2 and so
 // on, the oldest being replaced) and a new file is started; with one file or none, the
 // file is reopened and written again from its start. Rotation messages go to standard
-// output.
+// output. A full file that cannot be renamed (a read-only directory) is appended to past
+// the maximum rather than written over, and rotation is tried again at the next message.
 //
 // No lock of its own: the logger calls log() with its mutex held.
 #ifndef CM_CMFILELOG_H
@@ -45,8 +46,9 @@ public:
 
 private:
     // Renames name.(N-2) to name.(N-1), ..., name.1 to name.2, then the active file to
-    // name.1, printing each rename; their failures are ignored.
-    void rotate() const;
+    // name.1, printing each rename; the failures of the first renames are ignored. True
+    // when the active file was renamed.
+    bool rotate() const;
     // The time as ctime text with its newline turned into a space; the text of the last
     // second asked for is kept, since most lines share it.
     const std::string& timeText(int time);
