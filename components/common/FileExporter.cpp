@@ -62,11 +62,15 @@ bool RFileExporter::exportFrames(RQFrameReader& reader) {
     for (; node; node = reader.nextNode()) {
         const auto* frame = static_cast<const RFrame*>(node);
         if (!step(writeFrame(*frame, why), why)) {
-            return false;
+            break;
         }
         mRun.addFrame(frame->getSize());
     }
-    return step(finish(why), why);
+    if (!node && step(finish(why), why)) {
+        return true;
+    }
+    salvage();
+    return false;
 }
 
 void RFileExporter::drainInputs() {

@@ -9,6 +9,9 @@
 // without one there is nothing to describe and the run fails with kResultNoValidTracks, as
 // it does for frames that come without a description.
 //
+// When writing a frame or completing the file fails (a full disk, say), salvage() gets the
+// chance to leave what was written usable before the stream is closed.
+//
 // Frames are read with nextNode(): an exporter only reads them, so it needs no copy of
 // its own. Once a step fails, the remaining frames of every input are read and dropped, so
 // that no writer upstream waits on a full queue. getStatus() reports the phase, the frames
@@ -42,6 +45,9 @@ protected:
     virtual int writeFrame(const ZR::CM::RFrame& frame, std::string& why) = 0;
     // Completes the file after the last frame.
     virtual int finish(std::string& why) = 0;
+    // After writeFrame() or finish() failed: makes what is in the file readable, as far as
+    // that can be done without more room. Does nothing here.
+    virtual void salvage() {}
 
     CRunStatus mRun;
 

@@ -120,18 +120,21 @@ int openIfClosed(RStream& stream) {
     return stream.open();
 }
 
-bool writeAll(RStream& stream, const unsigned char* data, std::size_t n) {
-    while (n > 0) {
+bool writeAll(RStream& stream, const unsigned char* data, std::size_t n, std::size_t* written) {
+    std::size_t done = 0;
+    while (done < n) {
         // The stream interface takes a mutable pointer but only reads through it.
-        const long long written =
-            stream.write(const_cast<unsigned char*>(data), static_cast<long long>(n));
-        if (written <= 0) {
-            return false;
+        const long long put =
+            stream.write(const_cast<unsigned char*>(data + done), static_cast<long long>(n - done));
+        if (put <= 0) {
+            break;
         }
-        data += written;
-        n -= static_cast<std::size_t>(written);
+        done += static_cast<std::size_t>(put);
     }
-    return true;
+    if (written) {
+        *written = done;
+    }
+    return done == n;
 }
 
 }  // namespace cmcomponents

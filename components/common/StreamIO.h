@@ -66,8 +66,10 @@ private:
 // stream's result code.
 int openIfClosed(ZR::CM::RStream& stream);
 
-// Writes all n bytes, carrying on after short writes; false when a write fails.
-bool writeAll(ZR::CM::RStream& stream, const unsigned char* data, std::size_t n);
+// Writes all n bytes, carrying on after short writes; false when a write fails. With
+// written, stores how many bytes went out, also when it fails part-way.
+bool writeAll(ZR::CM::RStream& stream, const unsigned char* data, std::size_t n,
+              std::size_t* written = nullptr);
 
 }  // namespace cmcomponents
 

@@ -24,11 +24,13 @@ int RWavExporter::writeBytes(const unsigned char* data, std::size_t n, std::stri
         why = "more samples than a WAV file can hold";
         return kResultFileWriteFailed;
     }
-    if (!writeAll(*mStream, data, n)) {
+    std::size_t written = 0;
+    const bool complete = writeAll(*mStream, data, n, &written);
+    mFormat.dataBytes += written;
+    if (!complete) {
         why = "writing the samples failed";
         return kResultFileWriteFailed;
     }
-    mFormat.dataBytes += n;
     return kResultOK;
 }
 
@@ -70,12 +72,22 @@ int RWavExporter::finish(std::string& why) {
         why = "writing the pad byte failed";
         return kResultFileWriteFailed;
     }
-    const std::vector<unsigned char> header = makeWavHeader(mFormat);
-    if (mStream->lseek(0, SEEK_SET) != 0 || !writeAll(*mStream, header.data(), header.size())) {
+    if (!rewriteHeader()) {
         why = "cannot go back to write the sizes into the header";
         return kResultFileWriteFailed;
     }
     return kResultOK;
+}
+
+bool RWavExporter::rewriteHeader() {
+    const std::vector<unsigned char> header = makeWavHeader(mFormat);
+    return mStream->lseek(0, SEEK_SET) == 0 && writeAll(*mStream, header.data(), header.size());
+}
+
+// The header takes the place of the one written first, so it needs no more room.
+void RWavExporter::salvage() {
+    mFormat.dataBytes -= mFormat.dataBytes % mFormat.blockAlign();
+    rewriteHeader();
 }
 
 }  // namespace cmcomponents

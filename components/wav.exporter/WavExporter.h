@@ -10,6 +10,9 @@
 // kResultNoValidTracks. More samples than a WAV file can hold (about 4 GiB), a failed
 // write or a stream that cannot seek fail it with kResultFileWriteFailed.
 //
+// When a write fails, the header is written again with the sizes of the whole sample
+// frames that reached the file, so that what was written before the failure still plays.
+//
 // Configuration (RExporterConfiguration): no keys.
 #ifndef CM_COMPONENTS_WAVEXPORTER_H
 #define CM_COMPONENTS_WAVEXPORTER_H
@@ -30,9 +33,12 @@ protected:
     int begin(const ZR::CM::RDescription& description, std::string& why) override;
     int writeFrame(const ZR::CM::RFrame& frame, std::string& why) override;
     int finish(std::string& why) override;
+    void salvage() override;
 
 private:
     int writeBytes(const unsigned char* data, std::size_t n, std::string& why);
+    // Goes back to the start and writes the header for mFormat.dataBytes.
+    bool rewriteHeader();
 
     WavFormat mFormat;
 };

@@ -19,7 +19,13 @@ namespace cmcomponents {
 
 int RWavImporter::readHeader(CByteReader& reader, std::string& why) {
     mFormat = WavFormat();
-    return readWavHeader(reader, mFormat, why);
+    const int result = readWavHeader(reader, mFormat, why);
+    // A header cut short by a stream that failed says nothing about the file's format.
+    if (result != ZR::CM::kResultOK && reader.failed()) {
+        why = "reading the header failed";
+        return ZR::CM::kResultFileReadFailed;
+    }
+    return result;
 }
 
 RPtr<RMovieInfo> RWavImporter::getMovieInfo() {

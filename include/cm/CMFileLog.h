@@ -7,7 +7,8 @@
 // has reached the maximum size is renamed to name.1.suffix (name.1 moving to name.2 and so
 // on, the oldest being replaced) and a new file is started; with one file or none, the
 // file is reopened and written again from its start. Rotation messages go to standard
-// output.
+// output. A full file that cannot be renamed (a read-only directory) is appended to past
+// the maximum rather than written over, and rotation is tried again at the next message.
 //
 // No lock of its own: the logger calls log() with its mutex held.
 #ifndef CM_CMFILELOG_H
@@ -36,7 +37,8 @@ public:
     // the file is open. Throws zrbase::e::call when the file cannot be opened.
     bool init();
     // 0 when the line was written or filtered out, or when the file is not open; -1 when
-    // the reopening after a rotation or the write failed.
+    // the reopening after a rotation or the write failed. A line that does not fit (a full
+    // disk, a file-size limit) leaves no part of itself in the file.
     int log(int priority, int time, const char* message) override;
 
     const std::string& getPath() const noexcept { return mPath; }
@@ -44,11 +46,14 @@ public:
 
 private:
     // Renames name.(N-2) to name.(N-1), ..., name.1 to name.2, then the active file to
-    // name.1, printing each rename; their failures are ignored.
-    void rotate() const;
+    // name.1, printing each rename; the failures of the first renames are ignored. True
+    // when the active file was renamed.
+    bool rotate() const;
     // The time as ctime text with its newline turned into a space; the text of the last
     // second asked for is kept, since most lines share it.
     const std::string& timeText(int time);
+    // Writes mLine; false, with the file as it was before, when the write failed.
+    bool writeLine();
 
     int mPriority;
     unsigned int mFileCount;

@@ -6,7 +6,9 @@
 // thread holds a reference to the object, so dropping the last outside reference does not
 // destroy it under the running thread. startThread() returns only once the new thread has
 // registered itself in the running-thread set. The set and the times may be read from any
-// thread; the times describe the last completed run.
+// thread; the times describe the last completed run. Whatever the run function throws
+// reaches handleException(): a CException as it is, anything else as a CException that
+// carries its text.
 #ifndef ZR_CTHREAD_H
 #define ZR_CTHREAD_H
 
@@ -15,12 +17,14 @@
 #include <zr/CTimeStamp.h>
 #include <zrbase/object_refcount.h>
 
+#include <cxxabi.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <mutex>
 #include <set>
 
@@ -31,6 +35,9 @@ namespace detail {
 inline double secondsOf(const timeval& tv) {
     return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1000000.0;
 }
+
+// Where the exceptions that stand for other throws of a run function say they come from.
+constexpr char kThreadSource[] = "include/zr/CThread";
 
 inline double wallClockNow() {
     timeval now;
@@ -171,6 +178,18 @@ void* CThread<T>::_startThread(void* arg) {
         object->handleException(e);
     } catch (const CThreadAbort&) {
         result = -1;
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread is being cancelled: the unwinding must go on
+    } catch (const std::exception& e) {
+        // The run function may be a loaded module's, which may throw anything. The handler
+        // sees every failure, so that an object that recovers from its failures recovers
+        // from these too, and by default they are reported and end the process, rather
+        // than escaping the thread and ending it with std::terminate().
+        object->handleException(CException("std::exception", __LINE__, detail::kThreadSource,
+                                           __PRETTY_FUNCTION__, CString(e.what())));
+    } catch (...) {
+        object->handleException(CException("unknown", __LINE__, detail::kThreadSource,
+                                           __PRETTY_FUNCTION__, CString("unknown exception")));
     }
 
     self.recordRun(began, static_cast<int>(result));

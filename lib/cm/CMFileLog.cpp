@@ -20,9 +20,10 @@ constexpr unsigned short kFileMode = 0644;
 // No previous second: time texts are cached for values an int can hold.
 constexpr long long kNoSecond = -(1LL << 40);
 
-void renameAndSay(const std::string& from, const std::string& to) {
-    std::rename(from.c_str(), to.c_str());
+bool renameAndSay(const std::string& from, const std::string& to) {
+    const bool renamed = std::rename(from.c_str(), to.c_str()) == 0;
     std::printf("rename %s to %s\n", from.c_str(), to.c_str());
+    return renamed;
 }
 
 }  // namespace
@@ -61,7 +62,13 @@ bool RFileLogInterface::init() {
             mCurrentSize = static_cast<unsigned int>(size);
             return true;
         }
-        rotate();
+        if (!rotate()) {
+            // The full file is still there (its directory may have become read-only):
+            // starting it over would write over its newest lines, so it grows past the
+            // maximum instead, and the next message tries the rotation again.
+            mCurrentSize = static_cast<unsigned int>(size);
+            return true;
+        }
         mFile.close();
     }
     // Without rotation the file is neither appended to nor truncated: writing starts over
@@ -71,7 +78,7 @@ bool RFileLogInterface::init() {
     return mFile.is_set();
 }
 
-void RFileLogInterface::rotate() const {
+bool RFileLogInterface::rotate() const {
     const std::string directory = zrbase::path_directory(mPath);
     const std::string name = zrbase::path_name(mPath);
     const std::string suffix = zrbase::path_suffix(mPath);
@@ -82,7 +89,7 @@ void RFileLogInterface::rotate() const {
     for (unsigned int i = mFileCount - 2; i >= 1; --i) {
         renameAndSay(numbered(i), numbered(i + 1));
     }
-    renameAndSay(mPath, numbered(1));
+    return renameAndSay(mPath, numbered(1));
 }
 
 const std::string& RFileLogInterface::timeText(int time) {
@@ -117,14 +124,38 @@ int RFileLogInterface::log(int priority, int time, const char* message) {
         mLine.assign(stamp);
         mLine.append(message);
         mLine.push_back('\n');
-        mCurrentSize += static_cast<unsigned int>(mLine.size());
-        mFile.write(mLine.data(), static_cast<unsigned int>(mLine.size()));
-        mFile.flush();
     } catch (const zrbase::e::base&) {
         // A file that could not be reopened stays closed, and later messages are ignored.
         return -1;
     }
-    return 0;
+    return writeLine() ? 0 : -1;
+}
+
+bool RFileLogInterface::writeLine() {
+    const unsigned int start = mCurrentSize;
+    const auto length = static_cast<unsigned int>(mLine.size());
+    mCurrentSize += length;
+    try {
+        mFile.write(mLine.data(), length);
+        mFile.flush();
+        return true;
+    } catch (const zrbase::e::base&) {
+        mCurrentSize = start;
+    }
+    // Whatever part of the line got into the file goes again, so that the file still ends
+    // with a whole line and the next one does not run on from a fragment. Only a file that
+    // this line made longer is cut: past the end of a line written over an older file lie
+    // that file's lines.
+    try {
+        const long long end = mFile.seek(0, zrbase::stream::ra::seek_end);
+        if (end > start && end <= static_cast<long long>(start) + length) {
+            mFile.resize(start);
+        }
+        mFile.seek(start, zrbase::stream::ra::seek_begin);
+    } catch (const zrbase::e::base&) {
+        // The file stays as the failed write left it.
+    }
+    return false;
 }
 
 }  // namespace CM

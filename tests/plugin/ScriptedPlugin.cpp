@@ -3,6 +3,10 @@
 //   ".../notreader"  a plug-in that is not a reader;
 //   ".../null"       nothing;
 //   ".../throws"     nothing, by throwing;
+//   ".../broken"     a reader that throws a zrbase::e::base "broken reader: OPERATION"
+//                    from every operation the plug-in stream calls (open, close, read,
+//                    seek, size);
+//   ".../broken-other" likewise, with a std::runtime_error;
 //   anything else    a reader over the text "ID\nURI\nTEMP" (its identifier, and the URI
 //                    and temporary directory of its last open()).
 // A reader opened on "fail://OPERATION/KIND" throws from that operation (open, close,
@@ -27,7 +31,11 @@ class plain_plugin : public zrcore::plugin {};
 
 class scripted_reader : public zrcore::reader {
 public:
-    explicit scripted_reader(std::string id) : m_id(std::move(id)), m_text(m_id) {}
+    explicit scripted_reader(std::string id)
+        : m_id(std::move(id)),
+          m_text(m_id),
+          m_broken(ends_with(m_id, "/broken")),
+          m_broken_other(ends_with(m_id, "/broken-other")) {}
 
     void open(std::string const& uri, std::string const& temp_directory) override {
         m_uri = uri;
@@ -63,6 +71,12 @@ public:
 
 private:
     void fail_if(char const* operation) const {
+        if (m_broken) {
+            throw zrbase::e::base(std::string("broken reader: ") + operation);
+        }
+        if (m_broken_other) {
+            throw std::runtime_error("broken reader");
+        }
         const std::string prefix = std::string("fail://") + operation + "/";
         if (m_uri == prefix + "base") {
             throw zrbase::e::base(std::string("scripted ") + operation + " failure");
@@ -75,6 +89,8 @@ private:
     std::string const m_id;
     std::string m_uri;
     std::string m_text;
+    bool const m_broken;
+    bool const m_broken_other;
     mutable long long m_position = 0;
 };
 

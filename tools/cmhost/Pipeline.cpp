@@ -52,6 +52,46 @@ void Pipeline::addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> co
     mStages.push_back(Stage{name, std::move(component), output});
 }
 
+int Pipeline::resultOf(ZR::CM::RComponent& component) {
+    const int code = static_cast<int>(component.getStatus().mExtra);
+    return code != 0 ? code : component.getRunResult();
+}
+
+bool Pipeline::anyFailed() const {
+    for (const Stage& stage : mStages) {
+        if (stage.component->getRunningThreadCount() == 0 && resultOf(*stage.component) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A stage that has failed no longer reads its input and never ends its output, so the
+// stages around it would wait on their queues for ever: once one has failed, the others
+// that still run are aborted.
+void Pipeline::waitForStages(bool showProgress) {
+    const std::chrono::milliseconds poll(showProgress ? 200 : 20);
+    while (anyRunning()) {
+        if (showProgress) {
+            std::fprintf(stderr, "\r\033[K%s", progressLine().c_str());
+            std::fflush(stderr);
+        }
+        if (anyFailed()) {
+            for (Stage& stage : mStages) {
+                if (stage.component->getRunningThreadCount() != 0) {
+                    stage.aborted = true;
+                    stage.component->abort();
+                }
+            }
+            break;
+        }
+        std::this_thread::sleep_for(poll);
+    }
+    if (showProgress) {
+        std::fprintf(stderr, "\r\033[K");
+    }
+}
+
 bool Pipeline::anyRunning() const {
     for (const Stage& stage : mStages) {
         if (stage.component->getRunningThreadCount() != 0) {
@@ -94,31 +134,21 @@ int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStag
             return ZR::CM::kResultComponentStartFailed;
         }
     }
-    if (showProgress) {
-        while (anyRunning()) {
-            std::fprintf(stderr, "\r\033[K%s", progressLine().c_str());
-            std::fflush(stderr);
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        }
-        std::fprintf(stderr, "\r\033[K");
-    }
-    int result = 0;
+    waitForStages(showProgress);
+    int first = 0;  // the result of the first stage that failed
+    int cause = 0;  // the same among the stages that were not aborted
     for (Stage& stage : mStages) {
         stage.component->join();
-        stage.result = stage.component->getRunResult();
-        if (stage.result == 0) {
-            stage.result = static_cast<int>(stage.component->getStatus().mExtra);
-        }
-        if (result == 0 && stage.result != 0) {
-            result = stage.result;
-        }
+        stage.result = resultOf(*stage.component);
+        first = first != 0 ? first : stage.result;
+        cause = cause != 0 || stage.aborted ? cause : stage.result;
     }
     mWallSeconds = now() - started;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     mUserSeconds = seconds(usage.ru_utime);
     mSystemSeconds = seconds(usage.ru_stime);
-    return result;
+    return cause != 0 ? cause : first;
 }
 
 void Pipeline::printReport(std::FILE* out) const {
@@ -128,7 +158,8 @@ void Pipeline::printReport(std::FILE* out) const {
             out, "%-16s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n", stage.name.c_str(),
             ZR::RString(stage.component->getStatus()).c_str(), double(c.getWallTime()),
             c.getUserTime(), c.getSystemTime(),
-            stage.result
+            stage.aborted ? " aborted"
+            : stage.result
                 ? (std::string(" failed: ") + ZR::CM::stringWithResultCode(stage.result)).c_str()
                 : "");
     }

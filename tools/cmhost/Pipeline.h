@@ -5,8 +5,10 @@
 // its writer produces), waits for all of them and reports: on a terminal a live progress
 // line (frames and bytes each stage has put out, the fill of each queue), at the end one
 // status line per stage with its thread's times and the run's wall, user and system times.
-// A stage fails the run when its run function returns a result code other than 0, or its
-// status carries one in mExtra (where the components record a failure).
+// A stage fails the run when its status carries a result code in mExtra (where the
+// components record a failure) or its run function returns one other than 0. Once a stage
+// has failed, the stages still running are aborted, and the run reports the failure of
+// the stage that failed first.
 #ifndef CMHOST_PIPELINE_H
 #define CMHOST_PIPELINE_H
 
@@ -44,7 +46,14 @@ private:
         ZR::RPtr<ZR::CM::RComponent> component;
         ZR::CM::RQueue* output;
         int result = 0;
+        bool aborted = false;  // stopped by the pipeline after another stage failed
     };
+
+    // The result code the component's status carries, else its run function's result.
+    static int resultOf(ZR::CM::RComponent& component);
+    bool anyFailed() const;
+    // Waits until every stage has ended, aborting the others once one has failed.
+    void waitForStages(bool showProgress);
 
     bool anyRunning() const;
     std::string progressLine() const;
