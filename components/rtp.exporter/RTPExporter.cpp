@@ -14,6 +14,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A connected datagram socket reports the port-unreachable answer to an earlier datagram on
+// a later send. That only says the receiver is not listening (yet, or for a moment): RTP is
+// lossy by design, so the stream goes on rather than ending for every listener to come.
+bool receiverAbsent(int error) {
+    return error == ECONNREFUSED;
+}
+
 }  // namespace
 
 int RRTPExporter::configure(ZR::CM::RExporterConfiguration& configuration) {
@@ -84,7 +91,7 @@ int RRTPExporter::send(ZR::CM::RQFrameReader& reader) {
             }
             unsigned int size = 0;
             packet->pack(description, frame, datagram, &size);
-            if (socket->send(datagram, static_cast<int>(size)) < 0) {
+            if (socket->send(datagram, static_cast<int>(size)) < 0 && !receiverAbsent(errno)) {
                 mRun.fail(ZR::CM::kResultFileWriteFailed,
                           "sending to " + destination + ": " + std::strerror(errno));
                 return ZR::CM::kResultFileWriteFailed;
