@@ -65,6 +65,22 @@ TEST(CStringTest, CopiesAreDeepAndAssignmentKeepsOneNul) {
     EXPECT_STREQ(RString::createWithFormat("%03d", 7).c_str(), "007");
 }
 
+TEST(CStringTest, FindAndFormat) {
+    const CString s = CString::createWithFormat("%s-%d-%s", "ab", 42, "ab");
+    EXPECT_TRUE(s == "ab-42-ab");
+    EXPECT_EQ(s.getSize(), 9);
+    EXPECT_EQ(s.find("ab", 0), 0);
+    EXPECT_EQ(s.find("ab", 1), 6);
+    EXPECT_LT(s.find("zz", 0), 0);
+    for (const int from : {7, 100, -1}) {
+        EXPECT_LT(s.find("ab", from), 0) << from;
+    }
+    EXPECT_LT(CString().find("a", 0), 0);
+
+    const std::string longText(5000, 'x');
+    EXPECT_EQ(CString::createWithFormat("%s", longText.c_str()).getLength(), 5000);
+}
+
 TEST(CBufferTest, OwnershipFlagsDecideWhoFreesTheBlock) {
     CBuffer adopted;
     unsigned char* block = mallocCopy("adopt");
