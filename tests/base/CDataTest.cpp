@@ -2,18 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include "support/WireBytes.h"
+
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
 
+using cmtest::bytesOf;
 using ZR::CData;
 
 namespace {
-
-std::vector<unsigned char> bytesOf(const CData& d) {
-    return std::vector<unsigned char>(d.getData(), d.getData() + d.getSize());
-}
 
 enum class Kind : unsigned int { kNone = 0, kVideo = 0x76696465 };
 
@@ -24,11 +23,11 @@ TEST(CDataTest, ScalarsAreWrittenBigEndian) {
     EXPECT_EQ(d.getCapacity(), 0);
     d << 1u << -2 << 1.0 << 0x0102030405060708ULL << Kind::kVideo;
     const std::vector<unsigned char> expected = {
-        0, 0, 0, 1,                                      // unsigned 1
-        0xFF, 0xFF, 0xFF, 0xFE,                          // int -2
-        0x3F, 0xF0, 0, 0, 0, 0, 0, 0,                    // double 1.0
-        1, 2, 3, 4, 5, 6, 7, 8,                          // unsigned long long
-        0x76, 0x69, 0x64, 0x65,                          // enum
+        0,    0,    0,    1,                 // unsigned 1
+        0xFF, 0xFF, 0xFF, 0xFE,              // int -2
+        0x3F, 0xF0, 0,    0,    0, 0, 0, 0,  // double 1.0
+        1,    2,    3,    4,    5, 6, 7, 8,  // unsigned long long
+        0x76, 0x69, 0x64, 0x65,              // enum
     };
     EXPECT_EQ(bytesOf(d), expected);
     EXPECT_EQ(d.getSize(), 4 + 4 + 8 + 8 + 4);
@@ -97,7 +96,7 @@ TEST(CDataTest, TimeStampsTravelAsWholeSeconds) {
     ZR::Fixed64 f;
     d >> a >> big >> negative >> nan >> f;
     EXPECT_EQ(double(a), 2.0);
-    EXPECT_EQ(double(big), 1e19);  // above 2^63: converted as unsigned
+    EXPECT_EQ(double(big), 1e19);                         // above 2^63: converted as unsigned
     EXPECT_EQ(double(negative), 18446744073709551615.0);  // -1 as unsigned 64-bit
     EXPECT_EQ(double(nan), 0.0);
     EXPECT_EQ(double(f), 3.0);

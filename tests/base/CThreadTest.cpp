@@ -8,7 +8,6 @@
 #include <atomic>
 #include <mutex>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -108,55 +107,16 @@ TEST(CThreadDeathTest, UnhandledExceptionIsPrintedAndEndsTheProcess) {
         "worker failed");
 }
 
-// Two threads hand a counter back and forth through one mutex and one condition.
-TEST(CConditionTest, PingPongThroughOneMutex) {
-    ZR::CMutex mutex;
-    ZR::CCondition turn;
-    int value = 0;  // guarded by mutex; even: main's turn, odd: the helper's
-    std::thread other([&] {
-        for (int i = 0; i < 1000; ++i) {
-            std::lock_guard<ZR::CMutex> lock(mutex);
-            while (value % 2 == 0) {
-                turn.wait(mutex);
-            }
-            ++value;
-            turn.broadcast();
-        }
-    });
-    for (int i = 0; i < 1000; ++i) {
-        std::lock_guard<ZR::CMutex> lock(mutex);
-        while (value % 2 == 1) {
-            turn.wait(mutex);
-        }
-        ++value;
-        turn.broadcast();
-    }
-    other.join();
-    EXPECT_EQ(value, 2000);
-    EXPECT_TRUE(mutex.try_lock());
-    mutex.unlock();
-}
-
-TEST(CExceptionTest, RecordsWhereItWasThrown) {
+TEST(CExceptionTest, RecordsWhereItWasThrownAndIsABaseException) {
     try {
         ZR_THROW("lib/cm/CMFrame", ZR::CString::createWithFormat("bad %d", 3));
-    } catch (const ZR::CException& e) {
+    } catch (const zrbase::e::base& base) {
+        const auto& e = dynamic_cast<const ZR::CException&>(base);
+        EXPECT_EQ(base.description(), "bad 3");
         EXPECT_STREQ(e.getTypeName(), "ZR::CException");
         EXPECT_STREQ(e.getFile(), "lib/cm/CMFrame");
-        EXPECT_STREQ(e.getMessage(), "bad 3");
         EXPECT_STREQ(e.what(), "bad 3");
         EXPECT_GT(e.getLine(), 0);
         EXPECT_NE(std::string(e.getFunction()).find("TestBody"), std::string::npos);
     }
-}
-
-TEST(CExceptionTest, IsCaughtAsBaseExceptionDescribedByItsMessage) {
-    bool caught = false;
-    try {
-        ZR_THROW("lib/cm/CMPluginStream", ZR::CString("no reader"));
-    } catch (const zrbase::e::base& e) {
-        caught = true;
-        EXPECT_EQ(e.description(), "no reader");
-    }
-    EXPECT_TRUE(caught);
 }

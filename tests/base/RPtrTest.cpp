@@ -56,15 +56,6 @@ TEST(RPtrTest, AssignmentRetainsTheNewBeforeReleasingTheOld) {
     EXPECT_EQ(Tracked::live(), before);
 }
 
-TEST(RPtrTest, NullIsHeldWithoutCounting) {
-    RPtr<Tracked> empty(nullptr);
-    EXPECT_FALSE(empty);
-    EXPECT_EQ(empty.addr(), nullptr);
-    RPtr<Tracked> copy(empty);
-    copy = empty;
-    EXPECT_TRUE(copy == nullptr);
-}
-
 TEST(RPtrTest, UnwrappedObjectsAreNeverFreedByTheLibrary) {
     Tracked* raw = new Tracked(3);
     EXPECT_EQ(raw->retain_count(), 0);

@@ -40,17 +40,6 @@ TEST(ComponentStatusTest, PrintsShortAndLongForms) {
     EXPECT_STREQ(ZR::RString(status).c_str(), "[Unknown] Frames: 10. Bytes: 2048. Info: x");
 }
 
-TEST(ComponentStatusTest, CopiesOwnTheirInfoText) {
-    CComponentStatus a;
-    a.mInfo = "shared?";
-    a.mExtra = 77;
-    CComponentStatus b(a);
-    EXPECT_NE(a.mInfo.getData(), b.mInfo.getData());
-    EXPECT_EQ(b.mExtra, 77u);
-    a.mInfo = "changed";
-    EXPECT_STREQ(b.mInfo.c_str(), "shared?");
-}
-
 TEST(ComponentStatusTest, SerializedFormRoundTripsWithoutTheTrailingWord) {
     CComponentStatus out;
     out.mStatusCode = CComponentStatus::kCompleted;

@@ -7,13 +7,10 @@
 
 #include "support/TestSupport.h"
 
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 using ZR::CM::RFileLogInterface;
@@ -30,18 +27,6 @@ void configure(const std::string& directory, const char* name, int priority, int
     conf.set_int("common.logging.filelog-priority", priority);
     conf.set_int("common.logging.filelog-filesize", size);
     conf.set_int("common.logging.filelog-num-rotation", files);
-}
-
-std::string contents(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-bool exists(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
 }
 
 class FileLogTest : public testing::Test {
@@ -76,7 +61,7 @@ TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
     RFileLogInterface log;
     EXPECT_EQ(log.getPath(), mDir.file("app.log"));
     EXPECT_EQ(log.log(3, kTime, "written"), 0);  // before init: no file, nothing written
-    EXPECT_FALSE(exists(log.getPath()));
+    EXPECT_FALSE(std::filesystem::exists(log.getPath()));
 
     ASSERT_TRUE(log.init());
     EXPECT_EQ(log.log(3, kTime, "at the threshold"), 0);
@@ -85,7 +70,7 @@ TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
     const std::string expected =
         "Sun Sep  9 01:46:40 2001 at the threshold\n"
         "Sun Sep  9 01:47:41 2001 emergency\n";
-    EXPECT_EQ(contents(log.getPath()), expected);
+    EXPECT_EQ(cmtest::readText(log.getPath()), expected);
     EXPECT_EQ(log.getCurrentSize(), expected.size());
 
     // A new destination appends to what is there.
@@ -93,7 +78,7 @@ TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
     ASSERT_TRUE(again.init());
     EXPECT_EQ(again.getCurrentSize(), expected.size());
     again.log(1, kTime, "more");
-    EXPECT_EQ(contents(log.getPath()), expected + "Sun Sep  9 01:46:40 2001 more\n");
+    EXPECT_EQ(cmtest::readText(log.getPath()), expected + "Sun Sep  9 01:46:40 2001 more\n");
 }
 
 TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
@@ -117,10 +102,11 @@ TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
                   "rename " + d + "/app.2.log to " + d + "/app.3.log\n" + "rename " + d +
                   "/app.1.log to " + d + "/app.2.log\n" + "rename " + d + "/app.log to " + d +
                   "/app.1.log\n");
-    EXPECT_EQ(contents(d + "/app.log"), line + "message number 3\n");
+    EXPECT_EQ(cmtest::readText(d + "/app.log"), line + "message number 3\n");
     EXPECT_EQ(log.getCurrentSize(), 42u);
-    EXPECT_EQ(contents(d + "/app.1.log"), line + "message number 0\n" + line +
-                                              "message number 1\n" + line + "message number 2\n");
+    EXPECT_EQ(
+        cmtest::readText(d + "/app.1.log"),
+        line + "message number 0\n" + line + "message number 1\n" + line + "message number 2\n");
 
     // Three lines per file from now on: app.4.log ends up the oldest, and the last.
     testing::internal::CaptureStdout();
@@ -128,8 +114,8 @@ TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
         log.log(6, kTime, ("message number " + std::to_string(i)).c_str());
     }
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(contents(d + "/app.1.log").substr(0, 43), line + "message number 12\n");
-    EXPECT_EQ(contents(d + "/app.4.log").substr(0, 42), line + "message number 3\n");
+    EXPECT_EQ(cmtest::readText(d + "/app.1.log").substr(0, 43), line + "message number 12\n");
+    EXPECT_EQ(cmtest::readText(d + "/app.4.log").substr(0, 42), line + "message number 3\n");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(d),
                             std::filesystem::directory_iterator()),
               5);
@@ -144,8 +130,8 @@ TEST_F(FileLogTest, InitRotatesAFileAlreadyAtTheMaximumAndNamesWithoutSuffix) {
     ASSERT_TRUE(log.init());
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "rename " + d + "/trace to " + d + "/trace.1\n");
-    EXPECT_EQ(contents(d + "/trace.1"), "0123456789");
-    EXPECT_EQ(contents(d + "/trace"), "");
+    EXPECT_EQ(cmtest::readText(d + "/trace.1"), "0123456789");
+    EXPECT_EQ(cmtest::readText(d + "/trace"), "");
     EXPECT_EQ(log.getCurrentSize(), 0u);
 }
 
@@ -158,14 +144,14 @@ TEST_F(FileLogTest, OneFileIsWrittenOverFromItsStart) {
     ASSERT_TRUE(log.init());
     log.log(6, kTime, "first");   // 31 bytes
     log.log(6, kTime, "second");  // 32 more: past 60
-    EXPECT_EQ(contents(path),
+    EXPECT_EQ(cmtest::readText(path),
               "Sun Sep  9 01:46:40 2001 first\nSun Sep  9 01:46:40 2001 second\n" + old.substr(63));
     // Past the maximum the file is reopened and written from its start again.
     log.log(6, kTime, "third");
-    EXPECT_EQ(contents(path).substr(0, 63),
+    EXPECT_EQ(cmtest::readText(path).substr(0, 63),
               "Sun Sep  9 01:46:40 2001 third\nSun Sep  9 01:46:40 2001 second\n");
     EXPECT_EQ(log.getCurrentSize(), 31u);
-    EXPECT_FALSE(exists(mDir.file("one.1.log")));
+    EXPECT_FALSE(std::filesystem::exists(mDir.file("one.1.log")));
 }
 
 TEST_F(FileLogTest, DirectoryThatCannotHoldTheFileFailsInit) {

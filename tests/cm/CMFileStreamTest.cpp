@@ -4,6 +4,7 @@
 #include <cm/CMSysConf.h>
 #include <zr/CException.h>
 
+#include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,6 @@
 #include <unistd.h>
 #include <climits>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 namespace {
@@ -33,9 +33,7 @@ Bytes pattern(size_t size) {
     return bytes;
 }
 
-void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
+using cmtest::writeFile;
 
 int openCode(const std::string& path, unsigned int flags, unsigned char mode) {
     return RFileStream(RURI(path.c_str()), flags, mode).open();

@@ -1,7 +1,5 @@
 #include <cm/CMSDP.h>
 
-#include <cm/CMRTP.h>
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -55,25 +53,6 @@ TEST(SDPSessionTest, OptionalLinesAppearInOrderWhenSet) {
     const std::string text = sdpOf(session);
     EXPECT_NE(text.find("\r\ne=desk@example.invalid (News Desk)\r\n"), std::string::npos);
     EXPECT_NE(text.find("\r\np=+1 555 0100\r\n"), std::string::npos);
-}
-
-TEST(SDPSessionTest, MediaBlocksFollowTheSessionText) {
-    CSDPSessionDescription session("s", "-");
-    RRTPDescription video(new RVideoDescription());
-    video.mPort = 5004;
-    video.mPayloadType = 96;
-    video.mEncodingName = "H264";
-    video.mClockRate = 90000;
-    const std::string text = sdpOf(session) + "\r\n" + video.getSDP().c_str();
-    EXPECT_EQ(text,
-              "v=0\r\nn=- 0 0 IN IP4 0.0.0.0 \r\ns=s\r\nc=IN IP4 0.0.0.0\r\nt=0 0\r\n"
-              "m=video 5004 RTP/AVP 96\na=rtpmap:96 H264/90000\n");
-}
-
-TEST(SDPAttributeTest, ValueOnlyAndNamedForms) {
-    EXPECT_STREQ(CSDPAttribute(CString("sendonly")).getString().c_str(), "a=sendonly");
-    EXPECT_STREQ(CSDPAttribute(CString("rtpmap"), CString("96 H264/90000")).getString().c_str(),
-                 "a=rtpmap:96 H264/90000");
 }
 
 }  // namespace

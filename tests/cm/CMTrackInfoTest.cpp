@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/WireBytes.h"
+
 #include <cstring>
 #include <random>
 #include <stdexcept>
@@ -15,33 +17,15 @@ using namespace ZR::CM;
 
 namespace {
 
-// Expected wire bytes, written out field by field.
-struct Bytes {
-    std::vector<unsigned char> v;
-    Bytes& u32(std::uint32_t x) {
-        for (int shift = 24; shift >= 0; shift -= 8) {
-            v.push_back(static_cast<unsigned char>(x >> shift));
-        }
-        return *this;
-    }
-    Bytes& u64(std::uint64_t x) { return u32(static_cast<std::uint32_t>(x >> 32)).u32(x); }
-    Bytes& text(const char* s) {
-        u32(static_cast<std::uint32_t>(std::strlen(s) + 1));
-        v.insert(v.end(), s, s + std::strlen(s) + 1);
-        return *this;
-    }
-    // The seven fields every track form starts with; the real is written as its bits.
-    Bytes& track(std::uint32_t id, const char (&type)[5], std::uint32_t value, std::uint64_t start,
-                 std::uint64_t duration, double real, std::uint64_t size) {
-        std::uint64_t bits;
-        std::memcpy(&bits, &real, sizeof bits);
-        return u32(id).u32(fourcc(type)).u32(value).u64(start).u64(duration).u64(bits).u64(size);
-    }
-    Bytes& append(const Bytes& more) {
-        v.insert(v.end(), more.v.begin(), more.v.end());
-        return *this;
-    }
-};
+using Bytes = cmtest::Wire;
+
+// The seven fields every track form starts with; the real is written as its bits.
+Bytes& track(Bytes& out, std::uint32_t id, const char (&type)[5], std::uint32_t value,
+             std::uint64_t start, std::uint64_t duration, double real, std::uint64_t size) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &real, sizeof bits);
+    return out.u32(id).u32(fourcc(type)).u32(value).u64(start).u64(duration).u64(bits).u64(size);
+}
 
 // The movie numbers every test uses: 12.9 s travels as 12.
 RPtr<RMovieInfo> movieNamed(const char* name) {
@@ -55,7 +39,7 @@ RPtr<RMovieInfo> movieNamed(const char* name) {
 }
 
 Bytes movieHeader(const char* name, std::uint32_t tracks) {
-    return Bytes().u64(12).u64(0x0102030405060708ull).u64(600).text(name).u32(tracks);
+    return Bytes().u64(12).u64(0x0102030405060708ull).u64(600).str(name).u32(tracks);
 }
 
 std::vector<unsigned char> wire(const RMovieInfo& movie) {
@@ -96,11 +80,14 @@ TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
     movie->addTrack(text);
 
     Bytes tracks;
-    tracks.u32(fourcc("vide")).track(1, "vide", 25, 1, 120, 0.25, 1000).u32(1920).u32(1080).u64(29);
-    tracks.u32(fourcc("audi")).track(2, "audi", 48000, 0, 3, -1.5, 5).u32(2).u32(16).u64(44100);
-    tracks.u32(fourcc("hint")).track(3, "hint", 0, 0, 60, 0.0, 0).u32(96).text("rtp");
-    tracks.u32(2).text("a=x").text("b=yy");
-    EXPECT_EQ(wire(*movie), movieHeader("clip", 4).append(tracks).u32(fourcc("text")).v);
+    track(tracks.u32(fourcc("vide")), 1, "vide", 25, 1, 120, 0.25, 1000)
+        .u32(1920)
+        .u32(1080)
+        .u64(29);
+    track(tracks.u32(fourcc("audi")), 2, "audi", 48000, 0, 3, -1.5, 5).u32(2).u32(16).u64(44100);
+    track(tracks.u32(fourcc("hint")), 3, "hint", 0, 0, 60, 0.0, 0).u32(96).str("rtp");
+    tracks.u32(2).str("a=x").str("b=yy");
+    EXPECT_EQ(wire(*movie), movieHeader("clip", 4).append(tracks).u32(fourcc("text")).bytes);
 
     // Read back, every kind but text returns as its own class, and travels again as it came.
     RPtr<RMovieInfo> back = readMovie(wire(*movie));
@@ -111,7 +98,7 @@ TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
     EXPECT_EQ(back->mMovieDuration, 12.0);
     EXPECT_EQ(back->mTracks[0]->mTrackStart, 1.0);
     EXPECT_EQ(back->getMetaCount(), 0);
-    EXPECT_EQ(wire(*back), movieHeader("clip", 3).append(tracks).v);
+    EXPECT_EQ(wire(*back), movieHeader("clip", 3).append(tracks).bytes);
 }
 
 TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
@@ -120,8 +107,9 @@ TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
     EXPECT_EQ(movie->mTracks[0]->mMediaType, fourcc("audi"));
     // The audio form without the hint fields; zeros stand in for the kind values a hint
     // track does not have.
-    Bytes track = Bytes().u32(fourcc("audi")).track(7, "audi", 8, 2, 4, 0.5, 9).u32(0).u32(0);
-    EXPECT_EQ(wire(*movie), movieHeader("h", 1).append(track).u64(0).v);
+    Bytes audio;
+    track(audio.u32(fourcc("audi")), 7, "audi", 8, 2, 4, 0.5, 9).u32(0).u32(0);
+    EXPECT_EQ(wire(*movie), movieHeader("h", 1).append(audio).u64(0).bytes);
     RPtr<RMovieInfo> back = readMovie(wire(*movie));
     ASSERT_EQ(back->mTracks.size(), 1u);
     EXPECT_NE(dynamic_cast<RAudioTrackInfo*>(back->mTracks[0]), nullptr);
@@ -131,22 +119,24 @@ TEST(MovieInfoTest, TypeWordDecidesATracksMediaType) {
     // A hint form whose own copy of the media type says "vide" (found by cdata_fuzz): read
     // as it stands, the hint track would be picked as a video track, and a component that
     // treats the tracks of a type as that kind would read a hint track as a video one.
-    Bytes hostile = movieHeader("m", 1).u32(fourcc("hint")).track(4, "vide", 0, 0, 1, 0.0, 0);
-    hostile.u32(96).text("rtp").u32(0);
-    RPtr<RMovieInfo> back = readMovie(hostile.v);
+    Bytes hostile = movieHeader("m", 1);
+    track(hostile.u32(fourcc("hint")), 4, "vide", 0, 0, 1, 0.0, 0);
+    hostile.u32(96).str("rtp").u32(0);
+    RPtr<RMovieInfo> back = readMovie(hostile.bytes);
     ASSERT_EQ(back->mTracks.size(), 1u);
     EXPECT_NE(dynamic_cast<RHintTrackInfo*>(back->mTracks[0]), nullptr);
     EXPECT_EQ(back->mTracks[0]->mMediaType, fourcc("hint"));
     EXPECT_TRUE(back->getTracksForMedia(fourcc("vide")).empty());
 
     // Written again, the track keeps its form and both copies of its type agree.
-    Bytes consistent = movieHeader("m", 1).u32(fourcc("hint")).track(4, "hint", 0, 0, 1, 0.0, 0);
-    consistent.u32(96).text("rtp").u32(0);
-    EXPECT_EQ(wire(*back), consistent.v);
+    Bytes consistent = movieHeader("m", 1);
+    track(consistent.u32(fourcc("hint")), 4, "hint", 0, 0, 1, 0.0, 0);
+    consistent.u32(96).str("rtp").u32(0);
+    EXPECT_EQ(wire(*back), consistent.bytes);
 }
 
 TEST(MovieInfoTest, EmptyMovieAndTrackSelection) {
-    EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).v);
+    EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).bytes);
 
     RPtr<RMovieInfo> movie(new RMovieInfo(3));
     movie->addTrack(new RAudioTrackInfo());
@@ -202,7 +192,7 @@ TEST(MovieInfoTest, TruncatedOrGarbageStreamsCreateOnlyCompleteTracks) {
     // A huge track count over a few type words reads only what is there.
     bool failed = false;
     const Bytes hostile = movieHeader("x", 0xFFFFFFFFu).u32(fourcc("text")).u32(fourcc("vide"));
-    EXPECT_TRUE(readMovie(hostile.v, &failed)->mTracks.empty());
+    EXPECT_TRUE(readMovie(hostile.bytes, &failed)->mTracks.empty());
     EXPECT_TRUE(failed);
 
     // Random streams, and the real one with a few bytes changed.

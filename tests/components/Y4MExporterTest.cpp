@@ -49,29 +49,6 @@ CComponentStatus exportTo(const std::string& path, const RDescription* descripti
 
 }  // namespace
 
-// A rate that travelled as a double is written as its fraction; ffprobe reads size,
-// layout, rate, frame count and pictures back.
-TEST(Y4MExporterTest, WritesTheHeaderFromTheDescriptionAndEveryPicture) {
-    ASSERT_TRUE(cmtest::haveTool("ffprobe")) << "ffmpeg is needed: scripts/install-deps.sh";
-    cmtest::TempDir dir;
-    const Bytes pictures = cmtest::makeGradient(10, 7, "422", 3);
-    const std::size_t size = cmtest::pictureBytes(10, 7, "422");
-    const CComponentStatus status = exportTo(
-        dir.file("out.y4m"), picture(10, 7, cmcomponents::kPlanar422, 30000.0 / 1001).addr(),
-        framesOf(pictures, size, cmcomponents::kPlanar422));
-    EXPECT_EQ(status.mExtra, 0u) << status.mInfo.c_str();
-    EXPECT_EQ(status.mFrames, 3);
-
-    const Bytes file = cmtest::readFile(dir.file("out.y4m"));
-    const std::string header = "YUV4MPEG2 W10 H7 F30000:1001 C422\nFRAME\n";
-    EXPECT_EQ(std::string(file.begin(), file.begin() + header.size()), header);
-    auto stream = cmtest::probeStream(dir.file("out.y4m"), true);
-    EXPECT_EQ(stream["pix_fmt"], "yuv422p");
-    EXPECT_EQ(stream["r_frame_rate"], "30000/1001");
-    EXPECT_EQ(stream["nb_read_frames"], "3");
-    EXPECT_EQ(cmtest::decodeWithFfmpeg(dir.file("out.y4m"), "rawvideo"), pictures);
-}
-
 // Descriptions that are not a picture with a rate, and frames that are not one picture of
 // the described layout, fail the run; the pictures before a bad frame are in the file,
 // and the input is read to its end either way.

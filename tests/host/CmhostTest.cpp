@@ -4,18 +4,17 @@
 #include <gtest/gtest.h>
 
 #include "support/Loopback.h"
+#include "support/MediaSamples.h"
+#include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,20 +27,10 @@ struct Result {
     std::string err;
 };
 
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // Runs a shell command line; its standard output and error are captured apart.
 Result run(const cmtest::TempDir& dir, const std::string& command) {
-    const std::string out = dir.file(".out"), err = dir.file(".err");
-    const int raw = std::system((command + " >" + out + " 2>" + err).c_str());
-    Result result;
-    result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    result.out = slurp(out);
-    result.err = slurp(err);
-    return result;
+    const cmtest::ToolRun tool = cmtest::runCommand(command + " 2>" + dir.file(".err"));
+    return Result{tool.status, tool.output, cmtest::readText(dir.file(".err"))};
 }
 
 std::string cmhost(const std::string& args) {
@@ -60,15 +49,6 @@ std::string probe(const cmtest::TempDir& dir, const std::string& file, const std
                                   " -of default=noprint_wrappers=1 " + file);
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
-}
-
-std::vector<short> asSamples(const std::string& bytes) {
-    std::vector<short> samples(bytes.size() / 2);
-    for (size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = static_cast<short>(static_cast<unsigned char>(bytes[2 * i]) |
-                                        static_cast<unsigned char>(bytes[2 * i + 1]) << 8);
-    }
-    return samples;
 }
 
 size_t lineCount(const std::string& text) {
@@ -102,11 +82,13 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     r = run(dir, cmhost("convert " + tone + " " + dir.file("half.wav") +
                         " --filter gain:gain-db=-6.0206"));
     ASSERT_EQ(r.status, 0) << r.err;
-    const auto in = asSamples(original), out = asSamples(decodedSamples(dir, dir.file("half.wav")));
+    const std::string half = decodedSamples(dir, dir.file("half.wav"));
+    const cmtest::Bytes in(original.begin(), original.end()), out(half.begin(), half.end());
     ASSERT_EQ(in.size(), out.size());
-    int worst = 0;
-    for (size_t i = 0; i < in.size(); ++i) {
-        worst = std::max(worst, std::abs(in[i] / 2 - out[i]));
+    long worst = 0;
+    for (size_t i = 0; i < in.size() / 2; ++i) {
+        worst = std::max(worst,
+                         std::labs(cmtest::sampleAt(in, 16, i) / 2 - cmtest::sampleAt(out, 16, i)));
     }
     EXPECT_LE(worst, 1);
 
@@ -171,11 +153,11 @@ TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
         run(dir, "timeout -s INT 5 ffmpeg -v error -protocol_whitelist file,udp,rtp -i " + sdp +
                      " -t 4 -f s16le -acodec pcm_s16le -y " + dir.file("received.raw"));
     sender.join();
-    const std::string got = slurp(dir.file("received.raw"));
+    const std::string got = cmtest::readText(dir.file("received.raw"));
     const std::string sent = decodedSamples(dir, tone);
-    ASSERT_EQ(got.size(), sent.size()) << received.err << slurp(sdp);
+    ASSERT_EQ(got.size(), sent.size()) << received.err << cmtest::readText(sdp);
     EXPECT_EQ(got, sent);
-    EXPECT_NE(slurp(sdp).find("a=rtpmap:"), std::string::npos);
+    EXPECT_NE(cmtest::readText(sdp).find("a=rtpmap:"), std::string::npos);
 }
 
 // cmhost rtsp sends one request and prints the reply of a scripted server.

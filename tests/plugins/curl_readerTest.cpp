@@ -5,6 +5,7 @@
 
 #include "support/HttpServers.h"
 #include "support/Loopback.h"
+#include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +17,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -66,11 +66,7 @@ Bytes pattern(size_t size) {
     return bytes;
 }
 
-void writeFile(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-}
+using cmtest::writeFile;
 
 // length bytes read at position, or fewer when the stream ends.
 Bytes readAt(RStream& stream, long long position, long long length) {

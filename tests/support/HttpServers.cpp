@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -23,20 +22,6 @@ namespace cmtest {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// nginx lives in /usr/sbin, which is not on every PATH.
-std::string findNginx() {
-    std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
-    path += ":/usr/sbin:/usr/local/sbin";
-    std::stringstream directories(path);
-    for (std::string directory; std::getline(directories, directory, ':');) {
-        const std::string candidate = directory + "/nginx";
-        if (!directory.empty() && ::access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    throw std::runtime_error("nginx is not installed (scripts/install-deps.sh installs it)");
-}
 
 bool accepts(int port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -48,11 +33,6 @@ bool accepts(int port) {
         ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
     return connected;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 void sendAll(int fd, const std::string& bytes) {
@@ -68,7 +48,10 @@ void sendAll(int fd, const std::string& bytes) {
 }  // namespace
 
 Nginx::Nginx(const std::string& root) {
-    const std::string binary = findNginx();
+    const std::string binary = findProgram("nginx");
+    if (binary.empty()) {
+        throw std::runtime_error("nginx is not installed (scripts/install-deps.sh installs it)");
+    }
     // The port is free when picked, but another process may take it before nginx binds.
     for (int attempt = 0; attempt < 5; ++attempt) {
         int port = 0;
@@ -77,7 +60,7 @@ Nginx::Nginx(const std::string& root) {
             return;
         }
     }
-    throw std::runtime_error("nginx did not start: " + readFile(mPrefix.file("error.log")));
+    throw std::runtime_error("nginx did not start: " + readText(mPrefix.file("error.log")));
 }
 
 Nginx::~Nginx() {
@@ -86,28 +69,18 @@ Nginx::~Nginx() {
 
 bool Nginx::start(const std::string& binary, const std::string& root, int port) {
     const std::string prefix = mPrefix.path();
-    std::ofstream(prefix + "/nginx.conf") << "daemon off;\n"
-                                             "master_process off;\n"
-                                             "pid "
-                                          << prefix << "/nginx.pid;\n"
-                                          << "error_log " << prefix << "/error.log;\n"
-                                          << "events { worker_connections 64; }\n"
-                                             "http {\n"
-                                             "  log_format sent $body_bytes_sent;\n"
-                                             "  access_log "
-                                          << prefix << "/access.log sent;\n"
-                                          << "  client_body_temp_path " << prefix << "/body;\n"
-                                          << "  proxy_temp_path " << prefix << "/proxy;\n"
-                                          << "  fastcgi_temp_path " << prefix << "/fastcgi;\n"
-                                          << "  uwsgi_temp_path " << prefix << "/uwsgi;\n"
-                                          << "  scgi_temp_path " << prefix << "/scgi;\n"
-                                          << "  server {\n"
-                                             "    listen 127.0.0.1:"
-                                          << port << ";\n"
-                                          << "    root " << root << ";\n"
-                                          << "  }\n"
-                                             "}\n";
-    const std::string conf = prefix + "/nginx.conf";
+    // Every path nginx would write to lies below the prefix.
+    std::ofstream conf(prefix + "/nginx.conf");
+    conf << "daemon off; master_process off; pid " << prefix << "/nginx.pid;\n";
+    conf << "error_log " << prefix << "/error.log; events { worker_connections 64; }\n";
+    conf << "http { log_format sent $body_bytes_sent; access_log " << prefix
+         << "/access.log sent;\n";
+    for (const char* temp : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
+        conf << "  " << temp << "_temp_path " << prefix << "/" << temp << ";\n";
+    }
+    conf << "  server { listen 127.0.0.1:" << port << "; root " << root << "; } }\n";
+    conf.close();
+    const std::string confPath = prefix + "/nginx.conf";
     const std::string log = prefix + "/error.log";
     const std::string output = prefix + "/output.log";
     const pid_t pid = ::fork();
@@ -119,7 +92,7 @@ bool Nginx::start(const std::string& binary, const std::string& root, int port) 
         const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         ::dup2(out, 1);
         ::dup2(out, 2);
-        ::execl(binary.c_str(), "nginx", "-p", prefix.c_str(), "-c", conf.c_str(), "-e",
+        ::execl(binary.c_str(), "nginx", "-p", prefix.c_str(), "-c", confPath.c_str(), "-e",
                 log.c_str(), static_cast<char*>(nullptr));
         ::_exit(127);
     }
@@ -141,20 +114,7 @@ bool Nginx::start(const std::string& binary, const std::string& root, int port) 
 }
 
 void Nginx::stop() {
-    if (mPid == -1) {
-        return;
-    }
-    ::kill(mPid, SIGTERM);
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (::waitpid(mPid, nullptr, WNOHANG) == 0) {
-        if (Clock::now() > deadline) {
-            ::kill(mPid, SIGKILL);
-            ::waitpid(mPid, nullptr, 0);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    mPid = -1;
+    stopProcess(&mPid, SIGTERM);
 }
 
 std::string Nginx::url(const std::string& path) const {

@@ -26,26 +26,6 @@ namespace {
 constexpr const char* kFormat = "TRAP %P|%v\\n";
 constexpr const char* kReady = "NET-SNMP version";
 
-std::string findReceiver() {
-    std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
-    path += ":/usr/sbin:/usr/local/sbin:/sbin";
-    std::istringstream dirs(path);
-    for (std::string dir; std::getline(dirs, dir, ':');) {
-        const std::string candidate = dir + "/snmptrapd";
-        if (!dir.empty() && access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return std::string();
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 ReceivedTrap parseTrap(const std::string& line) {
     ReceivedTrap trap;
     const auto bar = line.find('|');
@@ -63,7 +43,7 @@ ReceivedTrap parseTrap(const std::string& line) {
 }  // namespace
 
 SnmpTrapReceiver::SnmpTrapReceiver() : mLog(mDir.file("traps.log")) {
-    const std::string binary = findReceiver();
+    const std::string binary = findProgram("snmptrapd");
     if (binary.empty()) {
         throw std::runtime_error(
             "snmptrapd is not installed (scripts/install-deps.sh installs it)");
@@ -77,7 +57,7 @@ SnmpTrapReceiver::SnmpTrapReceiver() : mLog(mDir.file("traps.log")) {
             return;
         }
     }
-    throw std::runtime_error("snmptrapd did not start: " + readFile(mLog));
+    throw std::runtime_error("snmptrapd did not start: " + readText(mLog));
 }
 
 SnmpTrapReceiver::~SnmpTrapReceiver() {
@@ -110,7 +90,7 @@ bool SnmpTrapReceiver::start(const std::string& binary) {
     }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (readFile(mLog).find(kReady) != std::string::npos) {
+        if (readText(mLog).find(kReady) != std::string::npos) {
             return true;
         }
         int status;
@@ -125,17 +105,12 @@ bool SnmpTrapReceiver::start(const std::string& binary) {
 }
 
 void SnmpTrapReceiver::stop() {
-    if (mPid > 0) {
-        kill(mPid, SIGTERM);
-        int status;
-        waitpid(mPid, &status, 0);
-        mPid = -1;
-    }
+    stopProcess(&mPid, SIGTERM);
 }
 
 std::vector<ReceivedTrap> SnmpTrapReceiver::traps() const {
     std::vector<ReceivedTrap> found;
-    std::istringstream lines(readFile(mLog));
+    std::istringstream lines(readText(mLog));
     for (std::string line; std::getline(lines, line);) {
         if (line.rfind("TRAP ", 0) == 0 && line.find('|') != std::string::npos) {
             found.push_back(parseTrap(line));

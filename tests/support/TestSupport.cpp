@@ -1,10 +1,16 @@
 #include "support/TestSupport.h"
 
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -65,6 +71,40 @@ void runConcurrently(int threads, const std::function<void(int)>& body) {
     for (auto& t : pool) {
         t.join();
     }
+}
+
+std::string findProgram(const std::string& name) {
+    std::stringstream directories(std::string(std::getenv("PATH") ? std::getenv("PATH") : "") +
+                                  ":/usr/sbin:/usr/local/sbin:/sbin");
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        const std::string candidate = directory + "/" + name;
+        if (!directory.empty() && access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return std::string();
+}
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void stopProcess(pid_t* pid, int signal) {
+    if (*pid <= 0) {
+        return;
+    }
+    kill(*pid, signal);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (waitpid(*pid, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(*pid, SIGKILL);
+            waitpid(*pid, nullptr, 0);
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    *pid = -1;
 }
 
 }  // namespace cmtest

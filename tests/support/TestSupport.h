@@ -7,6 +7,7 @@
 #include <zrbase/object_refcount.h>
 
 #include <sys/resource.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <cstddef>
@@ -58,6 +59,17 @@ private:
 
 // Runs body(index) on `threads` threads started together and joins them.
 void runConcurrently(int threads, const std::function<void(int)>& body);
+
+// The path of a program on PATH or in the sbin directories (where daemons such as nginx
+// and snmptrapd live); empty when there is none.
+std::string findProgram(const std::string& name);
+
+// The whole content of a file; empty when it cannot be read.
+std::string readText(const std::string& path);
+
+// Sends signal to the child *pid, waits up to ten seconds for it to end, kills it if it has
+// not, and reaps it; *pid becomes -1. Nothing happens when *pid is not positive.
+void stopProcess(pid_t* pid, int signal);
 
 }  // namespace cmtest
 

@@ -1,4 +1,4 @@
-// Expected bytes of a ZR::CData stream, built the way the stream writes them: 32-bit
+// Expected bytes of a ZR::CData stream, built the way the stream writes them: 32- and 64-bit
 // big-endian numbers, and strings as their size (NUL included), their text and the NUL.
 // Also a readable form of FourCC codes for comparing lists of them.
 #ifndef CM_TESTS_SUPPORT_WIREBYTES_H
@@ -21,6 +21,9 @@ struct Wire {
         }
         return *this;
     }
+    Wire& u64(unsigned long long value) {
+        return u32(static_cast<unsigned int>(value >> 32)).u32(static_cast<unsigned int>(value));
+    }
     Wire& str(const char* text) {
         const size_t size = std::strlen(text) + 1;
         u32(static_cast<unsigned int>(size));
@@ -29,6 +32,10 @@ struct Wire {
     }
     Wire& raw(const char* text) {  // bytes alone, without size or NUL
         bytes.insert(bytes.end(), text, text + std::strlen(text));
+        return *this;
+    }
+    Wire& append(const Wire& more) {
+        bytes.insert(bytes.end(), more.bytes.begin(), more.bytes.end());
         return *this;
     }
     std::vector<unsigned char> bytes;
