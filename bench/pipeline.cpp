@@ -3,8 +3,8 @@
 // of every frame, as the design requires), with no limits and with high 64 / low 16, and a
 // three-stage pipeline of components (producer, pass-through filter, consumer). A plain
 // memcpy of the same bytes per frame and reader is the yardstick for what the runtime
-// itself costs, and a lock-free single-producer single-consumer ring passing the frames'
-// pointers the upper bound of a hand-off between two threads.
+// itself costs, and a single-producer single-consumer ring passing the frames' pointers
+// without a lock the upper bound of a hand-off between two threads.
 //
 // `bench_pipeline --once fanout SIZE READERS FRAMES` and `--once pipeline SIZE FRAMES` run
 // one shape once, with limited queues and a fresh zero-filled frame made for every put,
@@ -18,9 +18,11 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -123,33 +125,59 @@ BENCHMARK(BM_MemcpyYardstick)
     ->ArgNames({"size", "readers"})
     ->Unit(benchmark::kMillisecond);
 
-// Single producer, single consumer, 64 slots (the queues' high limit). Each side spins,
-// yielding the processor, while the ring is full or empty: no lock, no sleep, no copy.
+// Single producer, single consumer, 64 slots (the queues' high limit). The hand-off itself
+// takes no lock. A side that finds the ring full or empty spins a little, then sleeps on a
+// condition until the other side signals: spinning alone (or yielding) starves the other
+// thread when more threads are runnable than there are processors.
 class SpscRing {
 public:
     void push(const RFrame* frame) {
         const size_t tail = mTail.load(std::memory_order_relaxed);
-        while (tail - mHead.load(std::memory_order_acquire) == kSlots) {
-            std::this_thread::yield();
-        }
+        await([&] { return tail - mHead.load(std::memory_order_acquire) < kSlots; });
         mSlots[tail % kSlots] = frame;
         mTail.store(tail + 1, std::memory_order_release);
+        signal();
     }
     const RFrame* pop() {
         const size_t head = mHead.load(std::memory_order_relaxed);
-        while (mTail.load(std::memory_order_acquire) == head) {
-            std::this_thread::yield();
-        }
+        await([&] { return mTail.load(std::memory_order_acquire) != head; });
         const RFrame* const frame = mSlots[head % kSlots];
         mHead.store(head + 1, std::memory_order_release);
+        signal();
         return frame;
     }
 
 private:
+    template <typename Ready>
+    void await(const Ready& ready) {
+        for (int spin = 0; spin < 100; ++spin) {
+            if (ready()) {
+                return;
+            }
+        }
+        std::unique_lock<std::mutex> lock(mMutex);
+        mSleepers.fetch_add(1);
+        // Pairs with the fence in signal(): either this side sees the other's store, or the
+        // other side sees this sleeper.
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        mWake.wait(lock, ready);
+        mSleepers.fetch_sub(1);
+    }
+    void signal() {
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (mSleepers.load(std::memory_order_relaxed) > 0) {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mWake.notify_all();
+        }
+    }
+
     static constexpr size_t kSlots = 64;
     std::array<const RFrame*, kSlots> mSlots{};
     alignas(64) std::atomic<size_t> mHead{0};  // written by the consumer only
     alignas(64) std::atomic<size_t> mTail{0};  // written by the producer only
+    alignas(64) std::atomic<int> mSleepers{0};
+    std::mutex mMutex;  // guards nothing but the sleep: waiters re-test the ring under it
+    std::condition_variable mWake;
 };
 
 void BM_SpscRing(benchmark::State& state) {
