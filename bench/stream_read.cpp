@@ -2,8 +2,8 @@
 // descriptor (one read(2) per block) and through the mapping (one memcpy per block). Beside
 // them, the same reads done bare: read(2) into the buffer, and mmap with a memcpy per block.
 // The file is written once into a temporary directory (under $TMPDIR, default /tmp), or
-// taken from $CM_BENCH_STREAM_FILE when that names one (of that size), and stays in the page cache,
-// so the figures are those of the stream, not of the disk.
+// taken from $CM_BENCH_STREAM_FILE when that names one of that size, and stays in the page
+// cache, so the figures are those of the stream, not of the disk.
 #include <cm/CMFileStream.h>
 
 #include "BenchSupport.h"
