@@ -289,7 +289,8 @@ bool runOnce(int argc, char** argv) {
     const auto number = [&](int i) { return static_cast<unsigned int>(std::atoi(argv[i])); };
     const bool fanout = argc == 6 && std::strcmp(argv[2], "fanout") == 0;
     const bool pipeline = argc == 5 && std::strcmp(argv[2], "pipeline") == 0;
-    if (!fanout && !pipeline) {
+    // Without a reader a limited queue would keep its writer waiting for ever.
+    if (!(fanout && number(4) > 0) && !pipeline) {
         return false;
     }
     const unsigned int size = number(3);
