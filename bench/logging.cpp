@@ -10,6 +10,8 @@
 #include <cm/CMLogger.h>
 #include <cm/CMSysConf.h>
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #ifdef CM_HAVE_SPDLOG
@@ -22,9 +24,7 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -40,29 +40,8 @@ constexpr const char* kMessage = "component 7 decoded frame 123456 in 3.25 ms";
 constexpr int kMiB = 1 << 20;
 constexpr int kInfo = 6;
 
-class BenchDirectory {
-public:
-    BenchDirectory() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/cm-bench-XXXXXX";
-        if (!::mkdtemp(&pattern[0])) {
-            std::abort();
-        }
-        mPath = pattern;
-    }
-    ~BenchDirectory() { std::filesystem::remove_all(mPath); }
-    std::string directory(const std::string& name) const {
-        const std::string path = mPath + "/" + name;
-        std::filesystem::create_directory(path);
-        return path;
-    }
-
-private:
-    std::string mPath;
-};
-
-const BenchDirectory& benchDirectory() {
-    static const BenchDirectory directory;
+const cmbench::TempDir& benchDirectory() {
+    static const cmbench::TempDir directory;
     return directory;
 }
 

@@ -1,8 +1,14 @@
 // Frames per second through the runtime with real threads: one writer thread feeding 1, 2
-// or 4 reader threads through one queue (each reader receives its own copy of every frame,
-// as the design requires), with no limits and with high 64 / low 16, and a three-stage
-// pipeline of components (producer, pass-through filter, consumer). A plain memcpy of the
-// same bytes per frame and reader is the yardstick for what the runtime itself costs.
+// or 4 reader threads (and 8 at 4 KiB) through one queue (each reader receives its own copy
+// of every frame, as the design requires), with no limits and with high 64 / low 16, and a
+// three-stage pipeline of components (producer, pass-through filter, consumer). A plain
+// memcpy of the same bytes per frame and reader is the yardstick for what the runtime
+// itself costs, and a single-producer single-consumer ring passing the frames' pointers
+// without a lock the upper bound of a hand-off between two threads.
+//
+// `bench_pipeline --once fanout SIZE READERS FRAMES` and `--once pipeline SIZE FRAMES` run
+// one shape once, with limited queues and a fresh zero-filled frame made for every put,
+// and exit: a whole process to time beside other programs (bench/compare does).
 #include <cm/CMComponent.h>
 #include <cm/CMFrame.h>
 #include <cm/CMQueue.h>
@@ -10,7 +16,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <map>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -25,49 +38,59 @@ unsigned int framesFor(unsigned int size) {
     return size >= (1u << 20) ? 500 : kFramesPerRun;  // keep 1 MiB runs short
 }
 
-// One shared source frame: the writer puts the same frame again and again, so the figure
-// is the queue hand-off plus the per-reader copy, not the producer's own work.
-RPtr<const RFrame> sourceFrame(unsigned int size) {
-    std::vector<unsigned char> bytes(size, 0x47);
-    return RVideoFrame::createWithData(fourcc("raw "), size, bytes.data(), 0, ConstructionCopy);
+// Frame i of a run, asked for on the writing thread.
+using FrameSource = std::function<RPtr<const RFrame>(unsigned int)>;
+
+RPtr<const RFrame> zeroFrame(unsigned int size) {
+    return RVideoFrame::createWithData(fourcc("raw "), size, nullptr, 0, ConstructionCopy);
+}
+
+// Distinct frames made before the clock starts (a queue must never hold the same node
+// twice), so that the figure is the queue hand-off plus the per-reader copy, not the
+// producer's own work. Made once per size and kept: Google Benchmark calls a benchmark
+// several times while it settles the iteration count, and 500 fresh 1 MiB frames each time
+// would cost more than the measurement.
+const std::vector<RPtr<const RFrame>>& framePool(unsigned int size) {
+    static std::map<unsigned int, std::vector<RPtr<const RFrame>>> pools;
+    std::vector<RPtr<const RFrame>>& pool = pools[size];
+    while (pool.size() < framesFor(size)) {
+        pool.push_back(zeroFrame(size));
+    }
+    return pool;
+}
+
+// One writer on the calling thread, each reader on a thread of its own.
+void fanOut(unsigned int frames, int readers, bool limited, const FrameSource& frame) {
+    RPtr<RQueue> queue(new RQueue(limited ? 16 : 0, limited ? 64 : 0, CString("bench")));
+    std::vector<RPtr<RQFrameReader>> readerObjects;
+    for (int r = 0; r < readers; ++r) {
+        readerObjects.emplace_back(new RQFrameReader(queue.addr(), nullptr));
+    }
+    std::vector<std::thread> threads;
+    for (const RPtr<RQFrameReader>& reader : readerObjects) {
+        threads.emplace_back([&reader] {
+            while (RPtr<RFrame> f = reader->nextFrame()) {
+                benchmark::DoNotOptimize(f.addr());
+            }
+        });
+    }
+    RQFrameWriter writer(queue.addr(), nullptr);
+    for (unsigned int i = 0; i < frames; ++i) {
+        writer.put(frame(i));
+    }
+    writer.end();
+    for (auto& t : threads) {
+        t.join();
+    }
 }
 
 void BM_QueueFanOut(benchmark::State& state) {
     const auto size = static_cast<unsigned int>(state.range(0));
     const int readers = static_cast<int>(state.range(1));
-    const bool limited = state.range(2) != 0;
     const unsigned int frames = framesFor(size);
-    // Distinct frames: a queue must never hold the same node twice.
-    std::vector<RPtr<const RFrame>> pool;
-    for (unsigned int i = 0; i < frames; ++i) {
-        pool.push_back(sourceFrame(size));
-    }
+    const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     for (auto _ : state) {
-        RPtr<RQueue> queue(new RQueue(limited ? 16 : 0, limited ? 64 : 0, CString("bench")));
-        std::vector<RPtr<RQFrameReader>> readerObjects;
-        for (int r = 0; r < readers; ++r) {
-            readerObjects.emplace_back(new RQFrameReader(queue.addr(), nullptr));
-        }
-        std::vector<std::thread> threads;
-        for (int r = 0; r < readers; ++r) {
-            threads.emplace_back([&, r] {
-                while (RPtr<RFrame> f = readerObjects[static_cast<size_t>(r)]->nextFrame()) {
-                    benchmark::DoNotOptimize(f.addr());
-                }
-            });
-        }
-        RQFrameWriter writer(queue.addr(), nullptr);
-        for (const RPtr<const RFrame>& frame : pool) {
-            writer.put(frame);
-        }
-        writer.end();
-        for (auto& t : threads) {
-            t.join();
-        }
-        state.PauseTiming();
-        readerObjects.clear();  // drops the last node before the pool is reused
-        queue = nullptr;
-        state.ResumeTiming();
+        fanOut(frames, readers, state.range(2) != 0, [&pool](unsigned int i) { return pool[i]; });
     }
     state.SetItemsProcessed(state.iterations() * frames);
     state.SetBytesProcessed(state.iterations() * frames * size * readers);
@@ -81,6 +104,7 @@ void fanOutArgs(benchmark::internal::Benchmark* bench) {
             }
         }
     }
+    bench->Args({4 << 10, 8, 1});  // the last step of the growth with readers
     bench->ArgNames({"size", "readers", "limited"})->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 BENCHMARK(BM_QueueFanOut)->Apply(fanOutArgs);
@@ -105,18 +129,103 @@ BENCHMARK(BM_MemcpyYardstick)
     ->ArgNames({"size", "readers"})
     ->Unit(benchmark::kMillisecond);
 
+// Single producer, single consumer, 64 slots (the queues' high limit). The hand-off itself
+// takes no lock. A side that finds the ring full or empty spins a little, then sleeps on a
+// condition until the other side signals: spinning alone (or yielding) starves the other
+// thread when more threads are runnable than there are processors.
+class SpscRing {
+public:
+    void push(const RFrame* frame) {
+        const size_t tail = mTail.load(std::memory_order_relaxed);
+        await([&] { return tail - mHead.load(std::memory_order_acquire) < kSlots; });
+        mSlots[tail % kSlots] = frame;
+        mTail.store(tail + 1, std::memory_order_release);
+        signal();
+    }
+    const RFrame* pop() {
+        const size_t head = mHead.load(std::memory_order_relaxed);
+        await([&] { return mTail.load(std::memory_order_acquire) != head; });
+        const RFrame* const frame = mSlots[head % kSlots];
+        mHead.store(head + 1, std::memory_order_release);
+        signal();
+        return frame;
+    }
+
+private:
+    template <typename Ready>
+    void await(const Ready& ready) {
+        for (int spin = 0; spin < 100; ++spin) {
+            if (ready()) {
+                return;
+            }
+        }
+        std::unique_lock<std::mutex> lock(mMutex);
+        mSleepers.fetch_add(1);
+        // Pairs with the fence in signal(): either this side sees the other's store, or the
+        // other side sees this sleeper.
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        mWake.wait(lock, ready);
+        mSleepers.fetch_sub(1);
+    }
+    void signal() {
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (mSleepers.load(std::memory_order_relaxed) > 0) {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mWake.notify_all();
+        }
+    }
+
+    static constexpr size_t kSlots = 64;
+    std::array<const RFrame*, kSlots> mSlots{};
+    alignas(64) std::atomic<size_t> mHead{0};  // written by the consumer only
+    alignas(64) std::atomic<size_t> mTail{0};  // written by the producer only
+    alignas(64) std::atomic<int> mSleepers{0};
+    std::mutex mMutex;  // guards nothing but the sleep: waiters re-test the ring under it
+    std::condition_variable mWake;
+};
+
+// Nobody looks into the frames, so one frame passed again and again does, and spares the
+// page faults of a pool of 500 MiB at 1 MiB.
+void BM_SpscRing(benchmark::State& state) {
+    const auto size = static_cast<unsigned int>(state.range(0));
+    const unsigned int frames = framesFor(size);
+    const RPtr<const RFrame> frame = zeroFrame(size);
+    for (auto _ : state) {
+        SpscRing ring;
+        std::thread reader([&ring] {
+            while (const RFrame* frame = ring.pop()) {
+                benchmark::DoNotOptimize(frame);
+            }
+        });
+        for (unsigned int i = 0; i < frames; ++i) {
+            ring.push(frame.addr());
+        }
+        ring.push(nullptr);
+        reader.join();
+    }
+    state.SetItemsProcessed(state.iterations() * frames);
+}
+BENCHMARK(BM_SpscRing)
+    ->Arg(188)
+    ->Arg(4 << 10)
+    ->Arg(1 << 20)
+    ->ArgName("size")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
 class Producer : public CMMultipleQueueComponent {
 public:
-    Producer(std::vector<RPtr<const RFrame>>& pool) : mPool(pool) {}
+    Producer(unsigned int frames, FrameSource frame) : mFrames(frames), mFrame(std::move(frame)) {}
     unsigned int type() const override { return fourcc("impt"); }
     void flush() override {
-        for (const RPtr<const RFrame>& frame : mPool) {
-            getWriter(0)->put(frame);
+        for (unsigned int i = 0; i < mFrames; ++i) {
+            getWriter(0)->put(mFrame(i));
         }
     }
 
 private:
-    std::vector<RPtr<const RFrame>>& mPool;
+    const unsigned int mFrames;
+    const FrameSource mFrame;
 };
 
 class Pass : public CMMultipleQueueComponent {
@@ -138,34 +247,32 @@ public:
 };
 
 // Producer -> filter -> consumer on three component threads, queues limited to 64/16.
+void threeStages(unsigned int frames, const FrameSource& frame) {
+    RPtr<RQueue> first(new RQueue(16, 64, CString("1"))), second(new RQueue(16, 64, CString("2")));
+    RPtr<Producer> producer(new Producer(frames, frame));
+    RPtr<Pass> filter(new Pass);
+    RPtr<Sink> sink(new Sink);
+    std::vector<RQueue*> none, one{first.addr()}, two{second.addr()};
+    producer->init(none, one);
+    filter->init(one, two);
+    sink->init(two, none);
+    sink->start(nullptr);
+    filter->start(nullptr);
+    producer->start(nullptr);
+    producer->join();
+    filter->join();
+    sink->join();
+    producer->reset();
+    filter->reset();
+    sink->reset();
+}
+
 void BM_ThreeStagePipeline(benchmark::State& state) {
     const auto size = static_cast<unsigned int>(state.range(0));
     const unsigned int frames = framesFor(size);
-    std::vector<RPtr<const RFrame>> pool;
-    for (unsigned int i = 0; i < frames; ++i) {
-        pool.push_back(sourceFrame(size));
-    }
+    const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     for (auto _ : state) {
-        RPtr<RQueue> first(new RQueue(16, 64, CString("1"))),
-            second(new RQueue(16, 64, CString("2")));
-        RPtr<Producer> producer(new Producer(pool));
-        RPtr<Pass> filter(new Pass);
-        RPtr<Sink> sink(new Sink);
-        std::vector<RQueue*> none, one{first.addr()}, two{second.addr()};
-        producer->init(none, one);
-        filter->init(one, two);
-        sink->init(two, none);
-        sink->start(nullptr);
-        filter->start(nullptr);
-        producer->start(nullptr);
-        producer->join();
-        filter->join();
-        sink->join();
-        state.PauseTiming();
-        producer->reset();
-        filter->reset();
-        sink->reset();
-        state.ResumeTiming();
+        threeStages(frames, [&pool](unsigned int i) { return pool[i]; });
     }
     state.SetItemsProcessed(state.iterations() * frames);
 }
@@ -177,6 +284,36 @@ BENCHMARK(BM_ThreeStagePipeline)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
+// The --once mode; false for a command line it does not know.
+bool runOnce(int argc, char** argv) {
+    const auto number = [&](int i) { return static_cast<unsigned int>(std::atoi(argv[i])); };
+    const bool fanout = argc == 6 && std::strcmp(argv[2], "fanout") == 0;
+    const bool pipeline = argc == 5 && std::strcmp(argv[2], "pipeline") == 0;
+    // Without a reader a limited queue would keep its writer waiting for ever.
+    if (!(fanout && number(4) > 0) && !pipeline) {
+        return false;
+    }
+    const unsigned int size = number(3);
+    const FrameSource fresh = [size](unsigned int) { return zeroFrame(size); };
+    if (fanout) {
+        fanOut(number(5), static_cast<int>(number(4)), true, fresh);
+    } else {
+        threeStages(number(4), fresh);
+    }
+    return true;
+}
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "--once") == 0) {
+        return runOnce(argc, argv) ? 0 : 2;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,17 +1,20 @@
-// The component manager's start-up scan: a component directory of 1,000 generated
-// components of every kind, each info.xml read, parsed and validated against data/info.dtd,
-// in components per second. For comparison, the same files validated by xmllint in one
-// process, timed the same way (wall clock, one run over all files per iteration), with
-// --valid (each file names the definition in its DOCTYPE) and with --dtdvalid (the
-// definition given on the command line); xmllint parses the definition again for every
-// file either way, where the manager parses it once per scan. The CPU time of the xmllint
-// process is reported as child_cpu_ms, to set beside the manager's CPU time on a busy
-// machine.
+// The component manager's start-up scan: a component directory of generated components of
+// every kind, each info.xml read, parsed and validated against data/info.dtd, in components
+// per second; 1,000 components, and 10 to 10,000 to show how the scan grows. For
+// comparison, the 1,000 files validated by xmllint in one process, timed the same way (wall
+// clock, one run over all files per iteration), with --valid (each file names the
+// definition in its DOCTYPE) and with --dtdvalid (the definition given on the command
+// line); xmllint parses the definition again for every file either way, where the manager
+// parses it once per scan. The CPU time of the xmllint process is reported as child_cpu_ms,
+// to set beside the manager's CPU time on a busy machine.
 //
-// The manager never forgets what it scanned, so every iteration appends another 1,000
-// infos; next to reading and validating the files that costs nothing measurable.
+// The manager never forgets what it scanned, so every iteration appends another set of
+// infos (and sorts the grown importer list); next to reading and validating the files that
+// costs nothing measurable.
 #include <cm/CMComponentManager.h>
 #include <cm/CMSysConf.h>
+
+#include "BenchSupport.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,10 +23,10 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,7 +34,7 @@ extern char** environ;
 
 namespace {
 
-constexpr int kComponents = 1000;
+constexpr int kXmllintComponents = 1000;
 constexpr char kInfoDtd[] = CM_SOURCE_DIR "/data/info.dtd";
 
 struct Kind {
@@ -73,36 +76,34 @@ std::string infoXml(int index, const Kind& kind) {
     return text + "</info>\n";
 }
 
-// The generated component directory, made on first use and removed at exit.
+// A generated component directory, removed at exit.
 class ComponentTree {
 public:
-    ComponentTree() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/cm-bench-XXXXXX";
-        if (!::mkdtemp(&pattern[0])) {
-            std::abort();
-        }
-        mDirectory = pattern;
-        for (int i = 0; i < kComponents; ++i) {
+    explicit ComponentTree(int count) {
+        for (int i = 0; i < count; ++i) {
             const Kind& kind = kKinds[i % std::size(kKinds)];
-            const std::string component = mDirectory + "/c" + std::to_string(i) + kind.suffix;
-            std::filesystem::create_directory(component);
+            const std::string component =
+                mDirectory.directory("c" + std::to_string(i) + kind.suffix);
             mFiles.push_back(component + "/info.xml");
             std::ofstream(mFiles.back()) << infoXml(i, kind);
         }
     }
-    ~ComponentTree() { std::filesystem::remove_all(mDirectory); }
-    const std::string& directory() const { return mDirectory; }
+    const std::string& directory() const { return mDirectory.path(); }
     const std::vector<std::string>& files() const { return mFiles; }
 
 private:
-    std::string mDirectory;
+    cmbench::TempDir mDirectory;
     std::vector<std::string> mFiles;
 };
 
-const ComponentTree& componentTree() {
-    static const ComponentTree tree;
-    return tree;
+// The tree of count components, made on first use.
+const ComponentTree& componentTree(int count) {
+    static std::map<int, std::unique_ptr<ComponentTree>> trees;
+    std::unique_ptr<ComponentTree>& tree = trees[count];
+    if (!tree) {
+        tree = std::make_unique<ComponentTree>(count);
+    }
+    return *tree;
 }
 
 size_t infoCount(const ZR::CM::RComponentManager& manager) {
@@ -112,13 +113,14 @@ size_t infoCount(const ZR::CM::RComponentManager& manager) {
            manager.getPacketizers().size();
 }
 
-void setComponentsPerSecond(benchmark::State& state) {
+void setComponentsPerSecond(benchmark::State& state, int count) {
     state.counters["components/s"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * kComponents, benchmark::Counter::kIsRate);
+        static_cast<double>(state.iterations()) * count, benchmark::Counter::kIsRate);
 }
 
 void BM_ManagerScan(benchmark::State& state) {
-    const ComponentTree& tree = componentTree();
+    const int count = static_cast<int>(state.range(0));
+    const ComponentTree& tree = componentTree(count);
     ZR::CM::sys_conf::instance().set_value("common.dtd-path", CM_SOURCE_DIR "/data");
     ZR::CM::RComponentManager* manager = ZR::CM::RComponentManager::getDefault();
     manager->setComponentDirectory(ZR::CString(tree.directory().c_str()));
@@ -129,13 +131,17 @@ void BM_ManagerScan(benchmark::State& state) {
             return;
         }
     }
-    if (infoCount(*manager) - before != static_cast<size_t>(state.iterations()) * kComponents) {
+    if (infoCount(*manager) - before != static_cast<size_t>(state.iterations() * count)) {
         state.SkipWithError("not every component was accepted");
         return;
     }
-    setComponentsPerSecond(state);
+    setComponentsPerSecond(state, count);
 }
-BENCHMARK(BM_ManagerScan)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ManagerScan)
+    ->RangeMultiplier(10)
+    ->Range(10, 10000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // User and system time of the waited-for children so far.
 double childCpuMilliseconds() {
@@ -149,7 +155,7 @@ double childCpuMilliseconds() {
 void BM_Xmllint(benchmark::State& state, std::vector<std::string> options) {
     std::vector<std::string> arguments{"xmllint", "--noout"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    const std::vector<std::string>& files = componentTree().files();
+    const std::vector<std::string>& files = componentTree(kXmllintComponents).files();
     arguments.insert(arguments.end(), files.begin(), files.end());
     std::vector<char*> argv;
     for (std::string& argument : arguments) {
@@ -172,7 +178,7 @@ void BM_Xmllint(benchmark::State& state, std::vector<std::string> options) {
         }
     }
     posix_spawn_file_actions_destroy(&actions);
-    setComponentsPerSecond(state);
+    setComponentsPerSecond(state, kXmllintComponents);
     state.counters["child_cpu_ms"] =
         benchmark::Counter(childCpuMilliseconds() - cpuBefore, benchmark::Counter::kAvgIterations);
 }

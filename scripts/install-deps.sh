@@ -19,6 +19,9 @@ packages=(
     libspdlog-dev
     # The component and cmhost tests read media back, and receive RTP, with these.
     ffmpeg sox
+    # The peers bench/compare measures the project against: gst-launch-1.0 pipelines for the
+    # queues (fakesrc, queue, tee, identity, fakesink), ffmpeg for cmhost convert.
+    gstreamer1.0-tools
 )
 
 missing=()
