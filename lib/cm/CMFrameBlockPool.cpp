@@ -35,8 +35,12 @@ unsigned floorLog2(std::size_t n) {
            static_cast<unsigned>(__builtin_clzll(n));
 }
 
-// The smallest class that holds `bytes`; kClasses when none does.
+// The smallest class that holds `bytes`; kClasses for blocks left to malloc(), those too
+// small to gain from the pool and those larger than any class.
 int classFor(std::size_t bytes) {
+    if (bytes < (std::size_t{1} << kFirstShift)) {
+        return kClasses;
+    }
     if (bytes <= classBytes(0)) {
         return 0;
     }

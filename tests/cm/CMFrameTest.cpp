@@ -290,6 +290,9 @@ TEST(FrameTest, LargeBlocksPassBetweenThreadsIntact) {
         }
     });
     EXPECT_EQ(intact.load(), 240);
+    // Small frames keep small blocks: recycling them as large ones would waste memory.
+    RPtr<RFrame> small(RVideoFrame::create(188));
+    EXPECT_LT(malloc_usable_size(small->getData()), 4096u);
 #if defined(__SANITIZE_ADDRESS__) || CM_HAS_ASAN
     // A block kept for reuse stays unusable until a new frame takes it, as after free().
     RPtr<RFrame> frame(RVideoFrame::create(1u << 20));
