@@ -6,9 +6,11 @@
 // has count 0 and lives as long as some ZR::RPtr holds it. The create...() factories and
 // copy() return such count-0 objects.
 //
-// Ownership: a frame owns its data block and frees it with free(); every block the frame
-// allocates itself is 64 bytes longer than its capacity, so that consumers may read a
-// little past the end of the data. Bytes handed to a frame are adopted, copied, or copied
+// Ownership: a frame owns its data block, a malloc() block, and frees it; every block the
+// frame allocates itself is 64 bytes longer than its capacity, so that consumers may read a
+// little past the end of the data. Large blocks are recycled through a pool rather than
+// given back to the system, so that a stream of large frames does not fault in fresh pages
+// for every frame. Bytes handed to a frame are adopted, copied, or copied
 // and freed, as the ZR::ConstructionFlags say. Frames and descriptions own one reference
 // to each parameter value; parameter names are the caller's pointers, not copies, so a
 // name must outlive the object (string literals are the normal use).
@@ -111,8 +113,9 @@ protected:
     RFrame& operator=(const RFrame&) = delete;
 
 private:
+    // Large blocks go back to a pool of recycled blocks, the others to free().
     struct FreeBlock {
-        void operator()(unsigned char* block) const noexcept { std::free(block); }
+        void operator()(unsigned char* block) const noexcept;
     };
     using Block = std::unique_ptr<unsigned char, FreeBlock>;
 

@@ -2,6 +2,8 @@
 
 #include <zr/CException.h>
 
+#include "CMFrameBlockPool.h"
+
 #include <cstring>
 
 namespace ZR {
@@ -110,8 +112,12 @@ RFrame::RFrame(const RFrame& other)
 
 RFrame::~RFrame() = default;
 
+void RFrame::FreeBlock::operator()(unsigned char* block) const noexcept {
+    FrameBlockPool::release(block);
+}
+
 RFrame::Block RFrame::allocateBlock(unsigned int capacity) noexcept {
-    return Block(static_cast<unsigned char*>(std::malloc(capacity + kBlockSlack)));
+    return Block(FrameBlockPool::allocate(std::size_t{capacity} + kBlockSlack));
 }
 
 void RFrame::copyInto(unsigned char* block, unsigned char* source, unsigned int n,
@@ -123,7 +129,7 @@ void RFrame::copyInto(unsigned char* block, unsigned char* source, unsigned int 
         std::memset(block, 0, n);
     }
     if (flags & ConstructionFreeSource) {
-        std::free(source);
+        FrameBlockPool::release(source);
     }
 }
 

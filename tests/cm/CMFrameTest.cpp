@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sanitizer/asan_interface.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -17,6 +18,12 @@
 using namespace ZR;
 using namespace ZR::CM;
 using cmtest::Tracked;
+
+#if defined(__has_feature)
+#define CM_HAS_ASAN __has_feature(address_sanitizer)
+#else
+#define CM_HAS_ASAN 0
+#endif
 
 namespace {
 
@@ -260,6 +267,38 @@ TEST(FrameTest, FramesMayBeCopiedAndReleasedOnOtherThreads) {
         }
     });
     EXPECT_EQ(intact.load(), 400);
+}
+
+// Several threads make, copy and release large frames of many sizes at once, so that blocks
+// freed by one thread are handed to frames of another: no block may end up in two frames,
+// and every block must still hold its capacity plus the slack.
+TEST(FrameTest, LargeBlocksPassBetweenThreadsIntact) {
+    std::atomic<int> intact{0};
+    cmtest::runConcurrently(4, [&](int thread) {
+        for (int i = 0; i < 60; ++i) {
+            const unsigned int size = (64u << 10) + static_cast<unsigned int>(i * 40009 + thread);
+            RPtr<RFrame> frame(
+                RVideoFrame::createWithData(kFormat, size, pattern(size), 0, ConstructionAdopt));
+            RPtr<RFrame> copy(frame->copy());
+            frame = nullptr;
+            expectSlack(*copy);
+            RPtr<RFrame> again(RVideoFrame::create(size));
+            again->setData(size, copy->getData(), ConstructionCopy);
+            copy = nullptr;
+            intact += holdsPattern(*again, size);
+        }
+    });
+    EXPECT_EQ(intact.load(), 240);
+    // Small frames keep small blocks: recycling them as large ones would waste memory.
+    RPtr<RFrame> small(RVideoFrame::create(188));
+    EXPECT_LT(malloc_usable_size(small->getData()), 4096u);
+#if defined(__SANITIZE_ADDRESS__) || CM_HAS_ASAN
+    // A block kept for reuse stays unusable until a new frame takes it, as after free().
+    RPtr<RFrame> frame(RVideoFrame::create(1u << 20));
+    const unsigned char* block = frame->getData();
+    frame = nullptr;
+    EXPECT_TRUE(__asan_address_is_poisoned(block));
+#endif
 }
 
 TEST(DescriptionTest, CopiesKeepFieldsAndShareParameters) {
