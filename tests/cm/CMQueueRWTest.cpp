@@ -35,12 +35,12 @@ RPtr<const RAudioDescription> stereo16(double rate) {
 
 }  // namespace
 
-// One writer and 1, 2 or 4 reader threads pass 100,000 frames of random sizes through a
+// One writer and 1, 2 or 4 reader threads pass 20,000 frames of random sizes through a
 // queue with and without limits: every reader sees every frame once, in order, intact;
 // the queue ends empty and every frame has been released.
 TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
     const int liveBefore = cmtest::Tracked::live();
-    const unsigned int kFrames = 100000;
+    const unsigned int kFrames = 20000;
     for (const int readers : {1, 2, 4}) {
         for (const bool limited : {false, true}) {
             RPtr<RQueue> q = limited ? makeQueue(16, 64) : makeQueue(0, 0);
