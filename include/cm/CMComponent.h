@@ -74,8 +74,9 @@ public:
     // Waits for the thread of the last start() to end by itself. 0, or
     // kResultComponentJoinFailed when there is no thread to wait for.
     int join();
-    // Aborts a running thread, calls componentWillReset(), leaves the notification center
-    // and drops the wake set and any pending notifications.
+    // Aborts a running thread (or reaps one that ended by itself), calls
+    // componentWillReset(), leaves the notification center and drops the wake set and any
+    // pending notifications.
     int reset();
     int destroy() { return reset(); }
 

@@ -115,6 +115,11 @@ void RComponent::joinThreads() {
 int RComponent::reset() {
     if (getRunningThreadCount() != 0) {
         abort();
+    } else if (mThread && !pthread_equal(mThread, pthread_self())) {
+        // A run that ended by itself leaves the run set just before its thread drops its
+        // reference to the component: reap it, so that once reset() returns no thread of
+        // this component holds it and the application's release is the last one.
+        joinThreads();
     }
     componentWillReset();
     unregisterFromNotificationCenter();
