@@ -18,8 +18,9 @@
 // the notification handlers run on the component's thread. The component mutex guards the
 // wake set and the pending notifications; it may be taken while a queue mutex is held,
 // never the other way round. Handlers run after the pending list has been taken out from
-// under the mutex, often inside a queue wait with that queue's mutex held: they may lock
-// the component's output queues (a "rstr" handler clears them) but must not wait.
+// under the mutex, often from inside a queue wait, which releases its queue's mutex while
+// they run: they may lock the component's output queues (a "rstr" handler clears them)
+// but must not wait.
 #ifndef CM_CMCOMPONENT_H
 #define CM_CMCOMPONENT_H
 

@@ -41,15 +41,13 @@ public:
 
     RQueue* getQueue() const noexcept { return mQueue; }
 
-    // The queue mutex is held by the caller for these three.
+    // The queue mutex is held by the caller for these three; checkNotifications() releases
+    // it while the handlers run (they may clear other queues) and takes it again.
     void checkNotifications();
     void signalHighLimit() noexcept;  // wakes readers when the queue has filled or has no limits
     void signalLowLimit() noexcept;   // wakes writers when it has drained or has no limits
 
 protected:
-    // Holds the queue mutex for one operation and records it for this thread.
-    class QueueLock;
-
     // Handles pending notifications; false while the component is paused, CThreadAbort
     // once it is aborted. Queue mutex held.
     bool mayProceedLocked();

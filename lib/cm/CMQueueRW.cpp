@@ -15,11 +15,6 @@ namespace {
 
 const char kFile[] = "lib/cm/CMQueueRW";
 
-// The queue whose mutex this thread holds inside a reader or writer operation. A "rstr"
-// handler runs inside such an operation and must clear its output queues: the one it
-// already holds is cleared as it is, any other under that queue's own mutex.
-thread_local const RQueue* tLockedQueue = nullptr;
-
 // Whole samples in a byte count. A description without a sample size counts none rather
 // than dividing by zero.
 unsigned int samplesIn(unsigned int bytes, unsigned int bytesPerSample) {
@@ -33,21 +28,20 @@ void waitOn(CCondition& condition, int& waiters, CMutex& mutex) {
     --waiters;
 }
 
-}  // namespace
-
-class RQueueRW::QueueLock {
+// Releases a held mutex for a scope and takes it again on the way out, also when an
+// exception leaves the scope, so that the caller's lock guard still owns it.
+class ScopedUnlock {
 public:
-    explicit QueueLock(RQueue& queue) : mLock(queue.mMutex), mPrevious(tLockedQueue) {
-        tLockedQueue = &queue;
-    }
-    ~QueueLock() { tLockedQueue = mPrevious; }
-    QueueLock(const QueueLock&) = delete;
-    QueueLock& operator=(const QueueLock&) = delete;
+    explicit ScopedUnlock(CMutex& mutex) : mMutex(mutex) { mMutex.unlock(); }
+    ~ScopedUnlock() { mMutex.lock(); }
+    ScopedUnlock(const ScopedUnlock&) = delete;
+    ScopedUnlock& operator=(const ScopedUnlock&) = delete;
 
 private:
-    std::lock_guard<CMutex> mLock;
-    const RQueue* mPrevious;
+    CMutex& mMutex;
 };
+
+}  // namespace
 
 // RQueueRW
 
@@ -66,8 +60,15 @@ RQueueRW::~RQueueRW() {
     mQueue->release();
 }
 
+// The handlers run with the queue mutex released. A "rstr" handler clears every output
+// queue of its component under that queue's own mutex; holding this one through it would
+// nest queue mutexes in whatever order the handler meets them, and a component with two
+// outputs, reset once from a wait on each, would take them in both orders. The count is
+// looked at again under the mutex after the handlers, so a notification posted meanwhile
+// is either handled here or wakes the wait that follows.
 void RQueueRW::checkNotifications() {
-    if (mComponent && mComponent->hasPendingNotifications()) {
+    while (mComponent && mComponent->hasPendingNotifications()) {
+        const ScopedUnlock unlocked(mQueue->mMutex);
         mComponent->handleNotifications();
     }
 }
@@ -122,7 +123,7 @@ RQFrameWriter::~RQFrameWriter() {
 
 void RQFrameWriter::putP(const RFrame* frame) {
     RQueue& q = *mQueue;
-    QueueLock lock(q);
+    std::lock_guard<CMutex> lock(q.mMutex);
     while (!mayProceedLocked() || (q.mHighLimit != 0 && q.mNodeCount >= q.mHighLimit)) {
         waitOn(q.mRoomCondition, q.mWritersWaiting, q.mMutex);
     }
@@ -136,17 +137,13 @@ void RQFrameWriter::end() {
 }
 
 void RQFrameWriter::clear() {
-    if (tLockedQueue == mQueue) {
-        mQueue->clear();
-        return;
-    }
     std::lock_guard<CMutex> lock(mQueue->mMutex);
     mQueue->clear();
 }
 
 void RQFrameWriter::setDescriptionP(const RDescription* description) {
     RQueue& q = *mQueue;
-    QueueLock lock(q);
+    std::lock_guard<CMutex> lock(q.mMutex);
     q.setDescription(description);
     if (q.mReadersWaiting > 0) {
         q.mDataCondition.broadcast();
@@ -205,7 +202,7 @@ RPtr<RFrame> RQFrameReader::nextFrame() {
 
 RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
     RQueue& q = *mQueue;
-    QueueLock lock(q);
+    std::lock_guard<CMutex> lock(q.mMutex);
     for (;;) {
         const bool mayProceed = mayProceedLocked();
         forgetClearedPositionLocked();
@@ -240,7 +237,7 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
 
 const RDescription* RQFrameReader::getDescriptionP() {
     RQueue& q = *mQueue;
-    QueueLock lock(q);
+    std::lock_guard<CMutex> lock(q.mMutex);
     while (!mayProceedLocked() || !q.mDescription) {
         waitOn(q.mDataCondition, q.mReadersWaiting, q.mMutex);
     }
