@@ -8,6 +8,7 @@
 #include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,6 +32,18 @@ struct Result {
 Result run(const cmtest::TempDir& dir, const std::string& command) {
     const cmtest::ToolRun tool = cmtest::runCommand(command + " 2>" + dir.file(".err"));
     return Result{tool.status, tool.output, cmtest::readText(dir.file(".err"))};
+}
+
+// Whether a process has bound the UDP port of 127.0.0.1.
+bool udpPortTaken(int port) {
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool taken = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0;
+    close(fd);
+    return taken;
 }
 
 std::string cmhost(const std::string& args) {
@@ -127,37 +140,41 @@ TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
 // decodes the same samples.
 TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
     cmtest::TempDir dir;
-    const std::string tone = dir.file("tone.wav"), sdp = dir.file("s.sdp");
-    ASSERT_EQ(run(dir, cmhost("generate tone " + tone +
-                              " --seconds 1 --rate 8000 "
-                              "--channels 1"))
-                  .status,
-              0);
+    const std::string tone = dir.file("tone.wav"), first = dir.file("first.sdp"),
+                      sdp = dir.file("s.sdp");
+    ASSERT_EQ(
+        run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 8000 --channels 1")).status,
+        0);
     int port = 0;
-    const int probeSocket = cmtest::loopbackServer(SOCK_DGRAM, &port);
-    close(probeSocket);  // a free port for the receiver
-    std::thread sender([&] {
-        const Result r =
-            run(dir, cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port) +
-                            " --sdp " + sdp + " --delay 5"));
-        EXPECT_EQ(r.status, 0) << r.err;
+    close(cmtest::loopbackServer(SOCK_DGRAM, &port));
+    const std::string stream =
+        cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port));
+    // A session description depends only on the stream and its destination: a first run,
+    // with nobody listening, writes the one ffmpeg starts from, and the run that counts
+    // begins once ffmpeg listens, however long it took to start.
+    ASSERT_EQ(run(dir, stream + " --sdp " + first).status, 0);
+    cmtest::ToolRun received;
+    std::thread receiver([&] {
+        received = cmtest::runCommand(
+            "timeout -s INT 60 ffmpeg -v error -protocol_whitelist "
+            "file,udp,rtp -i " +
+            first + " -f s16le -acodec pcm_s16le -y " + dir.file("received.raw") + " 2>&1");
     });
-    struct stat st;
-    for (int i = 0; i < 1000 && stat(sdp.c_str(), &st) != 0; ++i) {
+    for (int i = 0; i < 3000 && !udpPortTaken(port); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let cmhost finish writing it
-    // ffmpeg may take seconds to start on a loaded machine, hence the sender's long delay.
-    // An RTP stream does not say where it ends: the receiver listens well past the tone's
-    // end and is then stopped with SIGINT, on which ffmpeg completes its output file.
-    const Result received =
-        run(dir, "timeout -s INT 9 ffmpeg -v error -protocol_whitelist file,udp,rtp -i " + sdp +
-                     " -t 4 -f s16le -acodec pcm_s16le -y " + dir.file("received.raw"));
-    sender.join();
+    const Result sent = run(dir, stream + " --sdp " + sdp);
+    EXPECT_EQ(sent.status, 0) << sent.err;
+    // An RTP stream does not say where it ends: ffmpeg is stopped with SIGINT, on which it
+    // completes its output file.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    run(dir, "pkill -INT -f '" + first + "'");
+    receiver.join();
+    EXPECT_EQ(cmtest::readText(sdp), cmtest::readText(first));
     const std::string got = cmtest::readText(dir.file("received.raw"));
-    const std::string sent = decodedSamples(dir, tone);
-    ASSERT_EQ(got.size(), sent.size()) << received.err << cmtest::readText(sdp);
-    EXPECT_EQ(got, sent);
+    const std::string expected = decodedSamples(dir, tone);
+    ASSERT_EQ(got.size(), expected.size()) << received.output << cmtest::readText(sdp);
+    EXPECT_EQ(got, expected);
     EXPECT_NE(cmtest::readText(sdp).find("a=rtpmap:"), std::string::npos);
 }
 

@@ -557,7 +557,8 @@ private:
 TEST(SoakTest, RandomPipelinesUnderPauseResetAndAbort) {
     const unsigned long seed = envOr<unsigned long>("CM_SOAK_SEED", std::random_device()());
     const double seconds = envOr<double>("CM_SOAK_SECONDS", 60.0);
-    std::printf("soak seed %lu (CM_SOAK_SEED), %.0f s (CM_SOAK_SECONDS)\n", seed, seconds);
+    // On standard error, unbuffered: a sanitizer that ends the process must not take it along.
+    std::fprintf(stderr, "soak seed %lu (CM_SOAK_SEED), %.0f s (CM_SOAK_SECONDS)\n", seed, seconds);
     std::mt19937 rng(static_cast<std::mt19937::result_type>(seed));
     RNotificationCenter::getDefault();
     // The ThreadSanitizer runtime starts a helper thread along with the process's first
