@@ -17,9 +17,8 @@ packages=(
     # The real trap receiver of the SNMP log tests, and the comparison in bench/logging.cpp.
     snmptrapd
     libspdlog-dev
-    # The component and cmhost tests read media back, and receive RTP, with these (pkill
-    # stops the receiving ffmpeg).
-    ffmpeg sox procps
+    # The component and cmhost tests read media back, and receive RTP, with these.
+    ffmpeg sox
     # The peers bench/compare measures the project against: gst-launch-1.0 pipelines for the
     # queues (fakesrc, queue, tee, identity, fakesink), ffmpeg for cmhost convert.
     gstreamer1.0-tools
