@@ -6,6 +6,7 @@
 #include <zr/RSocket.h>
 #include <zr/RURI.h>
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,29 +15,61 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 namespace {
 
-// A listening socket on 127.0.0.1 at a port the system picks, opened once per process.
+// A listening socket on 127.0.0.<host> at a port the system picks.
 struct Listener {
+    std::string address;
     int fd = -1;
     int port = 0;
 
-    Listener() {
+    explicit Listener(int host) : address("127.0.0." + std::to_string(host)) {
         fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (fd == -1 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            ::listen(fd, 4) != 0 ||
-            ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        sockaddr_in name{};
+        name.sin_family = AF_INET;
+        socklen_t length = sizeof name;
+        if (fd == -1 || ::inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1 ||
+            ::bind(fd, reinterpret_cast<sockaddr*>(&name), length) != 0 || ::listen(fd, 4) != 0 ||
+            ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &length) != 0) {
             std::perror("rtsp_response_fuzz: listen");
             std::abort();
         }
-        port = ntohs(address.sin_port);
+        port = ntohs(name.sin_port);
     }
 };
+
+// The server closes first, so every connection leaves its address pair waiting out the
+// TCP time-wait for a minute. Thousands of runs a second would use up the local ports of
+// one address pair within seconds; spread over many loopback addresses they last, and a
+// run that still finds none free waits for one rather than failing.
+constexpr int kListeners = 64;
+
+const Listener& nextListener() {
+    static std::vector<Listener> listeners = [] {
+        std::vector<Listener> all;
+        for (int host = 1; host <= kListeners; ++host) {
+            all.emplace_back(host);
+        }
+        return all;
+    }();
+    static unsigned next = 0;
+    return listeners[next++ % kListeners];
+}
+
+ZR::RPtr<ZR::RSocket> connectTo(const Listener& listener) {
+    for (int attempt = 0; attempt < 60000; ++attempt) {
+        ZR::RPtr<ZR::RSocket> socket(new ZR::RSocket(listener.address.c_str(), listener.port,
+                                                     ZR::RSocket::kStream, ZR::RSocket::kIPv4));
+        if (socket->connect() == 0) {
+            return socket;
+        }
+        ::usleep(1000);
+    }
+    std::abort();
+}
 
 }  // namespace
 
@@ -46,12 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size > 8 * ZR::CM::RRTSPResponse::kBufferSize) {
         return 0;
     }
-    static Listener listener;
-    ZR::RPtr<ZR::RSocket> socket(
-        new ZR::RSocket("127.0.0.1", listener.port, ZR::RSocket::kStream, ZR::RSocket::kIPv4));
-    if (socket->connect() != 0) {
-        std::abort();
-    }
+    const Listener& listener = nextListener();
+    ZR::RPtr<ZR::RSocket> socket = connectTo(listener);
     const int server = ::accept(listener.fd, nullptr, nullptr);
     if (server == -1) {
         std::abort();
