@@ -6,6 +6,7 @@
 // sent the n-th reply and closed, and any after the last is closed unanswered. The reader
 // must deliver at most what was asked for and keep its position, or throw its exception.
 #include "FuzzInput.h"
+#include "LoopbackSocket.h"
 
 #include <zr/RPtr.h>
 #include <zrbase/exception.h>
@@ -36,18 +37,9 @@ constexpr long long kMostRead = 1024 * 1024;
 class ReplyServer {
 public:
     ReplyServer() {
-        mListener = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (mListener == -1 || ::bind(mListener, reinterpret_cast<sockaddr*>(&address), length) ||
-            ::listen(mListener, 16) ||
-            ::getsockname(mListener, reinterpret_cast<sockaddr*>(&address), &length)) {
-            std::perror("http_reader_fuzz: listen");
-            std::abort();
-        }
-        const std::string proxy = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        int port = 0;
+        mListener = loopbackSocket(SOCK_STREAM, &port);
+        const std::string proxy = "http://127.0.0.1:" + std::to_string(port);
         ::setenv("http_proxy", proxy.c_str(), 1);
         ::setenv("https_proxy", proxy.c_str(), 1);
         ::unsetenv("no_proxy");

@@ -1,13 +1,13 @@
 // The RTSP reply reader and parser: a loopback server hands the input to a connected
 // RSocket as a hostile server would, then closes, and the reply is read, its headers
 // queried and its digest challenge answered.
+#include "LoopbackSocket.h"
+
 #include <cm/CMRTSP.h>
 #include <zr/RPtr.h>
 #include <zr/RSocket.h>
 #include <zr/RURI.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,17 +27,7 @@ struct Listener {
     int port = 0;
 
     explicit Listener(int host) : address("127.0.0." + std::to_string(host)) {
-        fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in name{};
-        name.sin_family = AF_INET;
-        socklen_t length = sizeof name;
-        if (fd == -1 || ::inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1 ||
-            ::bind(fd, reinterpret_cast<sockaddr*>(&name), length) != 0 || ::listen(fd, 4) != 0 ||
-            ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &length) != 0) {
-            std::perror("rtsp_response_fuzz: listen");
-            std::abort();
-        }
-        port = ntohs(name.sin_port);
+        fd = loopbackSocket(SOCK_STREAM, &port, address.c_str());
     }
 };
 

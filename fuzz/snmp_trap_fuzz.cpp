@@ -3,6 +3,7 @@
 // operation; the texts and numbers follow it in the input. The encoded bytes must always
 // lie inside the trap's buffer, and every trap the destination sends must be whole.
 #include "FuzzInput.h"
+#include "LoopbackSocket.h"
 
 #include <cm/CMNetworkLog.h>
 #include <cm/CMSNMPTrap.h>
@@ -47,21 +48,13 @@ struct LogDestination {
     ZR::CM::RSNMPLogInterface* snmp = nullptr;
 
     LogDestination() {
-        receiver = ::socket(AF_INET, SOCK_DGRAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (receiver == -1 || ::bind(receiver, reinterpret_cast<sockaddr*>(&address), length) ||
-            ::getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length)) {
-            std::perror("snmp_trap_fuzz: bind");
-            std::abort();
-        }
+        int port = 0;
+        receiver = loopbackSocket(SOCK_DGRAM, &port);
         ZR::CM::sys_conf& conf = ZR::CM::sys_conf::instance();
         conf.set_value("%snmp-traps", "true");
         conf.set_int("common.logging.snmp-priority", 7);
         conf.set_value("common.logging.snmp-host", "127.0.0.1");
-        conf.set_int("common.logging.snmp-port", ntohs(address.sin_port));
+        conf.set_int("common.logging.snmp-port", port);
         snmp = ZR::CM::RSNMPLogInterface::getDefault();
         if (!snmp) {
             std::abort();
