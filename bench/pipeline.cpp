@@ -202,6 +202,13 @@ private:
     std::condition_variable mWake;
 };
 
+// The frame sizes of the benchmarks whose work runs on threads of their own, timed on the
+// wall clock.
+void threadedSizeArgs(benchmark::internal::Benchmark* bench) {
+    bench->Arg(188)->Arg(4 << 10)->Arg(1 << 20)->ArgName("size")->UseRealTime()->Unit(
+        benchmark::kMillisecond);
+}
+
 // Nobody looks into the frames, so one frame passed again and again does, and spares the
 // page faults of a pool of 500 MiB at 1 MiB.
 void BM_SpscRing(benchmark::State& state) {
@@ -223,13 +230,7 @@ void BM_SpscRing(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * frames);
 }
-BENCHMARK(BM_SpscRing)
-    ->Arg(188)
-    ->Arg(4 << 10)
-    ->Arg(1 << 20)
-    ->ArgName("size")
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SpscRing)->Apply(threadedSizeArgs);
 
 class Producer : public CMMultipleQueueComponent {
 public:
@@ -296,13 +297,7 @@ void BM_ThreeStagePipeline(benchmark::State& state) {
     countFaults(state, faultsBefore, frames);
     state.SetItemsProcessed(state.iterations() * frames);
 }
-BENCHMARK(BM_ThreeStagePipeline)
-    ->Arg(188)
-    ->Arg(4 << 10)
-    ->Arg(1 << 20)
-    ->ArgName("size")
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ThreeStagePipeline)->Apply(threadedSizeArgs);
 
 // The --once mode; false for a command line it does not know.
 bool runOnce(int argc, char** argv) {

@@ -20,15 +20,6 @@ namespace {
 
 // Each test case runs in a process of its own, so the configuration and the default
 // destination start empty every time.
-void configure(const std::string& directory, const char* name, int priority, int size, int files) {
-    sys_conf& conf = sys_conf::instance();
-    conf.set_value("common.logging.filelog-path", directory.c_str());
-    conf.set_value("common.logging.filelog-name", name);
-    conf.set_int("common.logging.filelog-priority", priority);
-    conf.set_int("common.logging.filelog-filesize", size);
-    conf.set_int("common.logging.filelog-num-rotation", files);
-}
-
 class FileLogTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -57,7 +48,7 @@ TEST_F(FileLogTest, OffUnlessThePriorityIsConfigured) {
 }
 
 TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
-    configure(mDir.path() + "/", "app.log", 3, 1024, 5);
+    cmtest::configureFileLog(mDir.path() + "/", "app.log", 3, 1024, 5);
     RFileLogInterface log;
     EXPECT_EQ(log.getPath(), mDir.file("app.log"));
     EXPECT_EQ(log.log(3, kTime, "written"), 0);  // before init: no file, nothing written
@@ -82,7 +73,7 @@ TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
 }
 
 TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
-    configure(mDir.path(), "app.log", 7, 100, 5);
+    cmtest::configureFileLog(mDir.path(), "app.log", 7, 100, 5);
     RFileLogInterface log;
     ASSERT_TRUE(log.init());
     const std::string line = "Sun Sep  9 01:46:40 2001 ";
@@ -122,7 +113,7 @@ TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
 }
 
 TEST_F(FileLogTest, InitRotatesAFileAlreadyAtTheMaximumAndNamesWithoutSuffix) {
-    configure(mDir.path(), "trace", 7, 10, 2);
+    cmtest::configureFileLog(mDir.path(), "trace", 7, 10, 2);
     const std::string d = mDir.path();
     std::ofstream(d + "/trace") << "0123456789";
     RFileLogInterface log;
@@ -136,7 +127,7 @@ TEST_F(FileLogTest, InitRotatesAFileAlreadyAtTheMaximumAndNamesWithoutSuffix) {
 }
 
 TEST_F(FileLogTest, OneFileIsWrittenOverFromItsStart) {
-    configure(mDir.path(), "one.log", 7, 60, 1);
+    cmtest::configureFileLog(mDir.path(), "one.log", 7, 60, 1);
     const std::string path = mDir.file("one.log");
     const std::string old(100, '.');
     std::ofstream(path) << old;
@@ -157,12 +148,12 @@ TEST_F(FileLogTest, OneFileIsWrittenOverFromItsStart) {
 TEST_F(FileLogTest, DirectoryThatCannotHoldTheFileFailsInit) {
     const std::string blocker = mDir.file("not-a-directory");
     std::ofstream(blocker) << "x";
-    configure(blocker + "/logs", "app.log", 7, 1024, 5);
+    cmtest::configureFileLog(blocker + "/logs", "app.log", 7, 1024, 5);
     RFileLogInterface log;
     EXPECT_THROW(log.init(), zrbase::e::call);
     EXPECT_EQ(log.log(0, kTime, "lost"), 0);
 
-    configure(blocker + "/logs", "app.log", 7, 1024, 1);
+    cmtest::configureFileLog(blocker + "/logs", "app.log", 7, 1024, 1);
     RFileLogInterface single;
     EXPECT_THROW(single.init(), zrbase::e::call);
 }
@@ -170,7 +161,7 @@ TEST_F(FileLogTest, DirectoryThatCannotHoldTheFileFailsInit) {
 TEST_F(FileLogTest, FailedReopenAfterRotationSilencesTheFile) {
     const std::string d = mDir.path() + "/logs";
     std::filesystem::create_directory(d);
-    configure(d, "app.log", 7, 10, 3);
+    cmtest::configureFileLog(d, "app.log", 7, 10, 3);
     RFileLogInterface log;
     ASSERT_TRUE(log.init());
     EXPECT_EQ(log.log(6, kTime, "fills the file"), 0);

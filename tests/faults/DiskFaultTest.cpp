@@ -53,17 +53,6 @@ std::string linesOf(int first, int last) {
     return text;
 }
 
-void configureFileLog(const std::string& directory, int files, int maxSize) {
-    setenv("TZ", "UTC", 1);
-    tzset();
-    sys_conf& conf = sys_conf::instance();
-    conf.set_value("common.logging.filelog-path", directory.c_str());
-    conf.set_value("common.logging.filelog-name", "app.log");
-    conf.set_int("common.logging.filelog-priority", 7);
-    conf.set_int("common.logging.filelog-filesize", maxSize);
-    conf.set_int("common.logging.filelog-num-rotation", files);
-}
-
 }  // namespace
 
 // The file log writes until the disk is full: the message that does not fit fails, and
@@ -74,7 +63,7 @@ TEST(DiskFaultTest, FileLogKeepsWholeLinesWhenTheDiskFills) {
         for (const int files : {1, 3}) {
             FullDisk disk(kind, 16 * 1024);
             SCOPED_TRACE(std::string(disk.describe()) + ", files " + std::to_string(files));
-            configureFileLog(disk.path(), files, 1 << 20);
+            cmtest::configureUtcFileLog(disk.path(), files, 1 << 20);
             RFileLogInterface log;
             ASSERT_TRUE(log.init());
             int written = 0;

@@ -64,14 +64,7 @@ TEST(PermissionFaultTest, ReadOnlyLogDirectoryLosesNoLines) {
     const std::string logs = unprivilegedDirectory(dir, "logs");
     const std::string report = cmtest::runUnprivileged([&] {
         Report r;
-        setenv("TZ", "UTC", 1);
-        tzset();
-        sys_conf& conf = sys_conf::instance();
-        conf.set_value("common.logging.filelog-path", logs.c_str());
-        conf.set_value("common.logging.filelog-name", "app.log");
-        conf.set_int("common.logging.filelog-priority", 7);
-        conf.set_int("common.logging.filelog-filesize", 200);
-        conf.set_int("common.logging.filelog-num-rotation", 3);
+        cmtest::configureUtcFileLog(logs, 3, 200);
         RFileLogInterface log;
         r.check(log.init(), "init failed");
         std::string expected;

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 
 namespace cmtest {
@@ -112,6 +114,12 @@ std::string runUnprivileged(const std::function<std::string()>& body) {
         return report + "[child exited with " + std::to_string(WEXITSTATUS(status)) + "]";
     }
     return report;
+}
+
+void configureUtcFileLog(const std::string& directory, int files, int maxSize) {
+    setenv("TZ", "UTC", 1);
+    tzset();
+    configureFileLog(directory, "app.log", 7, maxSize, files);
 }
 
 }  // namespace cmtest

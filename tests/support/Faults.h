@@ -56,6 +56,10 @@ std::vector<FullDisk::Kind> fullDiskKinds();
 // returns what body returned there: a text that describes what went wrong, empty when
 // all was well. A child that dies returns a text that says how.
 std::string runUnprivileged(const std::function<std::string()>& body);
+// The default file log as the fault tests use it: app.log in directory, every priority,
+// time stamps in UTC so that the tests can write down the lines they expect.
+void configureUtcFileLog(const std::string& directory, int files, int maxSize);
+
 // The uid and gid runUnprivileged() runs as, for handing files to it.
 constexpr unsigned int kUnprivilegedId = 65534;
 

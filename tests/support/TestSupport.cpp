@@ -1,5 +1,7 @@
 #include "support/TestSupport.h"
 
+#include <cm/CMSysConf.h>
+
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -83,6 +85,16 @@ std::string findProgram(const std::string& name) {
         }
     }
     return std::string();
+}
+
+void configureFileLog(const std::string& directory, const char* name, int priority, int size,
+                      int files) {
+    ZR::CM::sys_conf& conf = ZR::CM::sys_conf::instance();
+    conf.set_value("common.logging.filelog-path", directory.c_str());
+    conf.set_value("common.logging.filelog-name", name);
+    conf.set_int("common.logging.filelog-priority", priority);
+    conf.set_int("common.logging.filelog-filesize", size);
+    conf.set_int("common.logging.filelog-num-rotation", files);
 }
 
 std::string readText(const std::string& path) {

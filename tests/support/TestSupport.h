@@ -67,6 +67,11 @@ std::string findProgram(const std::string& name);
 // The whole content of a file; empty when it cannot be read.
 std::string readText(const std::string& path);
 
+// Points the default file log (through sys_conf) at directory/name with the given
+// priority, maximum file size and number of files.
+void configureFileLog(const std::string& directory, const char* name, int priority, int size,
+                      int files);
+
 // Sends signal to the child *pid, waits up to ten seconds for it to end, kills it if it has
 // not, and reaps it; *pid becomes -1. Nothing happens when *pid is not positive.
 void stopProcess(pid_t* pid, int signal);
