@@ -22,6 +22,13 @@ packages=(
     # The peers bench/compare measures the project against: gst-launch-1.0 pipelines for the
     # queues (fakesrc, queue, tee, identity, fakesink), ffmpeg for cmhost convert.
     gstreamer1.0-tools
+    # The FFmpeg components (importer, decoders, encoders, exporter) build on these; the
+    # API examples of ffmpeg-doc are the reference for their use.
+    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev ffmpeg-doc
+    # The RTSP tests serve H.264 and AAC from GStreamer's RTSP server.
+    gstreamer1.0-plugins-ugly gstreamer1.0-libav
+    # Developer tools: line and branch coverage, the API reference and the man page.
+    gcovr doxygen help2man
 )
 
 missing=()
