@@ -20,6 +20,14 @@ for file in share/cm/info.dtd share/cm/cm-config.dtd share/cm/plugin.dtd share/c
     test -f "$prefix/$file" || { echo "not installed: $file"; exit 1; }
 done
 
+echo "== documentation: whatever the build made is installed"
+for file in share/man/man1/cmhost.1 share/doc/cm/html/index.html; do
+    if [ -f "$build_dir/$file" ] && [ ! -f "$prefix/$file" ]; then
+        echo "built but not installed: $file"
+        exit 1
+    fi
+done
+
 echo "== run paths"
 # Every installed program, library and module that needs the project's libraries finds them
 # relative to itself: an absolute run path would tie the install to one prefix, or to the
