@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <libxml/globals.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -60,32 +59,6 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-// The directory name without its kind suffix: "gain.filter" gives "gain".
-std::string baseName(const ZR::CM::RComponentInfo& info) {
-    const std::string directory = info.directoryName.c_str();
-    return directory.substr(0, directory.find('.'));
-}
-
-}  // namespace
-
-std::string whyUnreadable(const std::string& path) {
-    if (access(path.c_str(), R_OK) == 0) {
-        return "";
-    }
-    return std::strerror(errno);
-}
-
-std::string extensionOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const size_t dot = path.rfind('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) {
-        return "";
-    }
-    return lowerCase(path.substr(dot + 1));
-}
-
-namespace {
-
 // Keeps what is written to standard error while it lives in a temporary file, so that it
 // can go to the log instead: the library reports each component it leaves out there. Where
 // no temporary file can be made, standard error stays as it is.
@@ -133,55 +106,28 @@ private:
     int mSaved = -1;
 };
 
+// The directory name without its kind suffix: "gain.filter" gives "gain".
+std::string baseName(const ZR::CM::RComponentInfo& info) {
+    const std::string directory = info.directoryName.c_str();
+    return directory.substr(0, directory.find('.'));
+}
+
 }  // namespace
 
-std::string placed(const XmlMessages::Message& message) {
-    return message.line > 0 ? "line " + std::to_string(message.line) + ": " + message.text
-                            : message.text;
-}
-
-XmlMessages::XmlMessages()
-    : mPrevious(xmlStructuredError), mPreviousContext(xmlStructuredErrorContext) {
-    // Generic, so that it converts to the handler type of any libxml2 version (its error
-    // parameter became const in 2.12).
-    xmlSetStructuredErrorFunc(this, [](void* self, auto error) {
-        std::string text = error->message ? error->message : "unknown error";
-        while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-            text.pop_back();
-        }
-        static_cast<XmlMessages*>(self)->mMessages.push_back(
-            {text, error->file ? error->file : "", error->str1 ? error->str1 : "", error->line,
-             error->domain, error->code, error->level == XML_ERR_WARNING});
-    });
-}
-
-XmlMessages::~XmlMessages() {
-    xmlSetStructuredErrorFunc(mPreviousContext, mPrevious);
-}
-
-const XmlMessages::Message* XmlMessages::firstError() const {
-    for (const Message& message : mMessages) {
-        if (!message.warning) {
-            return &message;
-        }
+std::string whyUnreadable(const std::string& path) {
+    if (access(path.c_str(), R_OK) == 0) {
+        return "";
     }
-    return nullptr;
+    return std::strerror(errno);
 }
 
-std::string XmlMessages::summary() const {
-    std::string text;
-    for (const Message& message : mMessages) {
-        text += (text.empty() ? "" : "; ") + placed(message);
+std::string extensionOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) {
+        return "";
     }
-    return text;
-}
-
-void XmlMessages::logTo(ZR::CM::RLogger& logger) {
-    for (const Message& message : mMessages) {
-        logger.logf(message.warning ? ZR::CM::kLogWarning : ZR::CM::kLogError, "libxml2: %s:%d: %s",
-                    message.file.c_str(), message.line, message.text.c_str());
-    }
-    mMessages.clear();
+    return lowerCase(path.substr(dot + 1));
 }
 
 Host::Host(const std::string& configPath, bool verbose)
@@ -235,7 +181,7 @@ std::optional<HostError> Host::loadConfiguration(const XmlMessages& messages) co
     }
     std::string what = "configuration " + mConfigPath + " is invalid";
     if (const XmlMessages::Message* error = messages.firstError()) {
-        what += ": " + placed(*error);
+        what += ": " + XmlMessages::describe(*error);
     }
     return HostError(ZR::CM::kResultXMLValidationFailed, what + " (" + installed + ")");
 }
@@ -265,7 +211,7 @@ std::optional<HostError> Host::scanComponents(const XmlMessages& messages,
     const std::string why = whyUnreadable(dtd);
     const XmlMessages::Message* error = messages.firstError();
     const std::string problem = !why.empty() ? "cannot be read: " + why
-                                : error      ? "is invalid: " + placed(*error)
+                                : error      ? "is invalid: " + XmlMessages::describe(*error)
                                              : "is invalid";
     return HostError(ZR::CM::kResultDTDLoadFailed,
                      "the component definition " + dtd + " " + problem + " (common.dtd-path in " +

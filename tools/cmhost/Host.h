@@ -15,8 +15,9 @@
 #ifndef CMHOST_HOST_H
 #define CMHOST_HOST_H
 
+#include "XmlMessages.h"
+
 #include <cm/cm.h>
-#include <libxml/xmlerror.h>
 
 #include <optional>
 #include <stdexcept>
@@ -34,42 +35,6 @@ public:
 private:
     int mCode;
 };
-
-// Takes libxml2's messages on this thread while it lives, instead of letting libxml2 print
-// them to standard error; the handler it replaced is put back at its end.
-class XmlMessages {
-public:
-    struct Message {
-        std::string text;   // one line, without libxml2's trailing newline
-        std::string file;   // the document being read, "" when libxml2 names none
-        std::string about;  // what the message is about (the entity that failed to load)
-        int line;
-        int domain;  // libxml2's xmlErrorDomain and xmlParserErrors
-        int code;
-        bool warning;
-    };
-
-    XmlMessages();
-    ~XmlMessages();
-    XmlMessages(const XmlMessages&) = delete;
-    XmlMessages& operator=(const XmlMessages&) = delete;
-
-    const std::vector<Message>& messages() const { return mMessages; }
-    // The first message that is not a warning, or null.
-    const Message* firstError() const;
-    // Every message as "line N: text", joined by "; ".
-    std::string summary() const;
-    // Logs every message (errors at kLogError, warnings at kLogWarning) and forgets them.
-    void logTo(ZR::CM::RLogger& logger);
-
-private:
-    xmlStructuredErrorFunc mPrevious;
-    void* mPreviousContext;
-    std::vector<Message> mMessages;
-};
-
-// "line N: text" of a message, or its text alone when libxml2 gives no line.
-std::string placed(const XmlMessages::Message& message);
 
 class Host {
 public:
