@@ -63,17 +63,17 @@ public:
     // "objects"): 0 when this kind accepts it, -1 otherwise.
     virtual int typeSpecificLoadXML(_xmlNode* node) = 0;
 
-    // Where the component's shared objects are: <component directory>/directoryName/
-    // <os>/<cpu>/<object>, with the default manager's component directory and the object
-    // that the format map's getFormatItem() chooses for (in, out). The object name is empty
-    // when no item serves the pair.
+    // Where the component's shared objects are:
+    // `<component directory>/directoryName/<os>/<cpu>/<object>`, with the default manager's
+    // component directory and the object that the format map's getFormatItem() chooses for
+    // (in, out). The object name is empty when no item serves the pair.
     virtual RString getComponentPath(unsigned int in, unsigned int out) const;
 
     // A new component of this info's object for (in, out), loaded by the default manager
     // (RComponentManager::loadComponent(), which may throw); the caller owns one reference.
     virtual RComponent* getComponentInstance(unsigned int in, unsigned int out);
 
-    // Loads <component directory>/directoryName/info.xml, with the default manager's
+    // Loads `<component directory>/directoryName/info.xml`, with the default manager's
     // component directory, after validating it against dtd.
     // Returns -1 when there is no directory name or no definition, when the file cannot be
     // read, is not a regular file or is larger than kMaxInfoFileSize, when it does not parse

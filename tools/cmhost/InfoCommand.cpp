@@ -17,6 +17,12 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost info MEDIA\n"
+    "\n"
+    "  MEDIA is a path, a file:// URI or any URI a reader plug-in serves; the importer\n"
+    "  is chosen by the file extension";
+
 void printMovie(const ZR::CM::RMovieInfo& movie) {
     for (const auto& entry : movie.getMetaData()) {
         std::printf("  %s: %s\n", entry.first.c_str(), entry.second.c_str());
@@ -40,15 +46,12 @@ void printMovie(const ZR::CM::RMovieInfo& movie) {
 }  // namespace
 
 int runInfo(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {}, {"--help"});
+    const CommandLine line(args, kHelp, {});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost info MEDIA\n"
-            "  MEDIA is a path, a file:// URI or any URI a reader plug-in serves; the importer\n"
-            "  is chosen by the file extension");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(1, 1);
+    line.expectPositionals({"MEDIA"});
     const std::string media = line.positional(0, "MEDIA");
     const Host host(global.config, global.verbose);
     const auto info = host.importerFor(media);

@@ -13,6 +13,13 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost rtsp URL [--user U --password P] [--method M] [--timeout MS]\n"
+    "\n"
+    "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
+    "  answered once with the credentials; a server that stops answering is given up\n"
+    "  after the time-out (default 10000 ms)";
+
 // Says why connecting failed, so that the command can report it instead of sending into
 // a socket that is not there.
 class ConnectionWatch : public ZR::CM::CRTSPSessionDelegate {
@@ -30,20 +37,16 @@ private:
 }  // namespace
 
 int runRtsp(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {"--user", "--password", "--method", "--timeout"}, {"--help"});
+    const CommandLine line(args, kHelp, {"--user", "--password", "--method", "--timeout"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost rtsp URL [--user U --password P] [--method M] [--timeout MS]\n"
-            "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
-            "  answered once with the credentials; a server that stops answering is given up\n"
-            "  after the time-out (default 10000 ms)");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(1, 1);
+    line.expectPositionals({"URL"});
     const std::string url = line.positional(0, "URL");
     const ZR::RURI uri(url.c_str());
     if (uri.getKind() != 4) {
-        throw UsageError("not an rtsp:// URL: " + url);
+        throw line.error("not an rtsp:// URL: " + url);
     }
     const Host host(global.config, global.verbose);
     ZR::RPtr<ZR::CM::RRTSPSession> session(new ZR::CM::RRTSPSession(uri));
