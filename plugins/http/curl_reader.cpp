@@ -50,6 +50,13 @@ using curl_string = std::unique_ptr<char, curl_string_deleter>;
 struct url_deleter {
     void operator()(CURLU* url) const { curl_url_cleanup(url); }
 };
+using parsed_url = std::unique_ptr<CURLU, url_deleter>;
+
+// A part of a parsed URL, or null.
+curl_string url_part(parsed_url const& url, CURLUPart part) {
+    char* text = nullptr;
+    return curl_string(curl_url_get(url.get(), part, &text, 0) == CURLUE_OK ? text : nullptr);
+}
 
 bool is_redirect(long status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
@@ -58,15 +65,14 @@ bool is_redirect(long status) {
 // The URL as errors show it: without user name and password, or as it is when libcurl
 // cannot take it apart.
 std::string shown(std::string const& url) {
-    const std::unique_ptr<CURLU, url_deleter> parts(curl_url());
-    char* text = nullptr;
+    const parsed_url parts(curl_url());
     if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
         curl_url_set(parts.get(), CURLUPART_USER, nullptr, 0) != CURLUE_OK ||
-        curl_url_set(parts.get(), CURLUPART_PASSWORD, nullptr, 0) != CURLUE_OK ||
-        curl_url_get(parts.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+        curl_url_set(parts.get(), CURLUPART_PASSWORD, nullptr, 0) != CURLUE_OK) {
         return url;
     }
-    return curl_string(text).get();
+    const curl_string text = url_part(parts, CURLUPART_URL);
+    return text ? text.get() : url;
 }
 
 }  // namespace
@@ -298,19 +304,18 @@ void curl_reader::follow(std::string const& location, int redirects,
     if (redirects == k_max_redirects) {
         fail_at(zrbase::string_with_format("more than %d redirects", k_max_redirects));
     }
-    const std::unique_ptr<CURLU, url_deleter> target(curl_url());
-    char* text = nullptr;
-    char* scheme = nullptr;
+    const parsed_url target(curl_url());
     // A relative Location counts from the URL that sent it.
-    if (!target || curl_url_set(target.get(), CURLUPART_URL, m_url.c_str(), 0) != CURLUE_OK ||
-        curl_url_set(target.get(), CURLUPART_URL, location.c_str(), CURLU_URLENCODE) != CURLUE_OK ||
-        curl_url_get(target.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+    const bool parsed =
+        target && curl_url_set(target.get(), CURLUPART_URL, m_url.c_str(), 0) == CURLUE_OK &&
+        curl_url_set(target.get(), CURLUPART_URL, location.c_str(), CURLU_URLENCODE) == CURLUE_OK;
+    const curl_string url = parsed ? url_part(target, CURLUPART_URL) : nullptr;
+    if (!url) {
         fail_at("malformed redirect to \"" + location + "\"");
     }
-    const curl_string url(text);
-    curl_url_get(target.get(), CURLUPART_SCHEME, &scheme, 0);
-    const curl_string owned_scheme(scheme);
-    if (!scheme || (std::strcmp(scheme, "http") != 0 && std::strcmp(scheme, "https") != 0)) {
+    const curl_string scheme = url_part(target, CURLUPART_SCHEME);
+    if (!scheme ||
+        (std::strcmp(scheme.get(), "http") != 0 && std::strcmp(scheme.get(), "https") != 0)) {
         fail_at("redirect to " + shown(url.get()) + ", which is neither http nor https");
     }
     visited.push_back(m_url);

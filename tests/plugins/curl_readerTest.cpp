@@ -242,7 +242,7 @@ TEST_F(CurlReaderTest, ServersWithoutHeadOrRangesStillServeEveryByte) {
 }
 
 // Redirects are followed to at most ten hops, only to http and https, and never twice
-// to the same URL; a failure names the URL the reader had reached.
+// to the same URL; a failure names the URL the reader had reached, without credentials.
 TEST_F(CurlReaderTest, RedirectsAreFollowedWithinLimits) {
     cmtest::ScriptedHttpServer server([](const std::string& head) {
         const std::string path =
@@ -298,6 +298,14 @@ TEST_F(CurlReaderTest, RedirectsAreFollowedWithinLimits) {
                                row.reason + "\n")
             << row.path;
     }
+
+    // Nor does an error show the password of a URL.
+    const std::string secret = "http://user:secret@" + server.url("/gone").substr(7);
+    const RPtr<RStream> stream = RStream::getStream(RURI(secret.c_str()), 0, 0);
+    CaptureStderr();
+    EXPECT_EQ(stream->open(), 169);
+    EXPECT_EQ(GetCapturedStderr(),
+              "read-plugin open() exception: " + server.url("/missing") + ": HTTP status 404\n");
 }
 
 // Found by the http_reader fuzz target: with libcurl 7.88, a reply whose first header line
