@@ -92,7 +92,8 @@ public:
     // the reader waiting until its component is aborted.
     const RDescription* getDescriptionP();
     RPtr<const RDescription> getDescription() { return getDescriptionP(); }
-    // Forgets the position: the next read starts again at the head of the queue.
+    // Forgets the position: the next read starts again at the head of the queue. Takes
+    // the queue mutex, so never call it with the mutex held.
     void reset() noexcept;
 
     std::uint64_t getFramesRead() const noexcept {

@@ -244,7 +244,18 @@ const RDescription* RQFrameReader::getDescriptionP() {
     return static_cast<const RDescription*>(q.mDescription.addr());
 }
 
+// The readers of one queue handle a "rstr" at different moments, and the writer clears
+// the queue at yet another. A reader that went back to the head with its passes still
+// counted would count the nodes it reads again twice, and drop a node that another reader
+// still holds. So the passes are taken back here, under the mutex, unless a clear has
+// already dropped them with the nodes.
 void RQFrameReader::reset() noexcept {
+    std::lock_guard<CMutex> lock(mQueue->mMutex);
+    forgetClearedPositionLocked();
+    // Null after reads means past the end: every node left has been passed.
+    if (mCurrent || getFramesRead() != 0) {
+        mQueue->forgetPasses(mCurrent);
+    }
     mFramesRead.store(0, std::memory_order_relaxed);
     mCurrent = nullptr;
 }

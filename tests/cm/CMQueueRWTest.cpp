@@ -152,6 +152,66 @@ TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
     EXPECT_EQ(a.getFramesRead(), 2u);
 }
 
+// A "rstr" reaches the components of one queue at different moments. Here it reaches
+// reader A first: A starts again at the head and reads frames 0 and 1 again while reader
+// B still holds frame 0, then B reads on, and only then do the writer and B handle it,
+// the writer clearing the queue. A's second pass must not count as B's: frame 0 stays
+// until B has passed it, and every frame is released once in the end.
+TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
+    const int liveBefore = cmtest::Tracked::live();
+    {
+        RPtr<RQueue> q = makeQueue(0, 0);
+        std::vector<RQueue*> none;
+        std::vector<RQueue*> queue{q.addr()};
+        RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
+        RPtr<cmtest::Consumer> a(new cmtest::Consumer);
+        RPtr<cmtest::Consumer> b(new cmtest::Consumer);
+        writing->init(none, queue);
+        a->init(queue, none);
+        b->init(queue, none);
+        RQFrameWriter& writer = *writing->getWriter(0);
+        const auto next = [](cmtest::Consumer& reader) {
+            const RPtr<RFrame> frame = reader.getReader(0)->nextFrame();
+            return frame ? static_cast<int>(frame->getFrameNumber()) : -1;
+        };
+        const auto restart = [](ZR::CM::RComponent& component) {
+            ZR::CM::CNotification n(ZR::CM::CNotification::kRestart);
+            ZR::CM::RNotificationCenter::getDefault()->postNotification(n, &component);
+        };
+        for (unsigned int i = 0; i < 4; ++i) {
+            writer.put(makeNumberedFrame(i, 8));
+        }
+        EXPECT_EQ(next(*a), 0);
+        EXPECT_EQ(next(*a), 1);
+        EXPECT_EQ(next(*a), 2);
+        EXPECT_EQ(next(*b), 0);
+
+        restart(*a);
+        EXPECT_EQ(next(*a), 0);  // handled on the way in: back at the head
+        EXPECT_EQ(next(*a), 1);
+        EXPECT_EQ(q->getNodeCount(), 4);  // b still holds frame 0
+        EXPECT_EQ(next(*b), 1);
+        EXPECT_EQ(q->getNodeCount(), 3);
+
+        restart(*writing);
+        restart(*b);
+        writer.put(makeNumberedFrame(10, 8));  // clears first
+        EXPECT_EQ(q->getNodeCount(), 1);
+        writer.put(makeNumberedFrame(11, 8));
+        writer.end();
+        for (cmtest::Consumer* reader : {b.addr(), a.addr()}) {
+            EXPECT_EQ(next(*reader), 10);
+            EXPECT_EQ(next(*reader), 11);
+            EXPECT_EQ(next(*reader), -1);
+        }
+        EXPECT_EQ(q->getNodeCount(), 0);
+        writing->reset();
+        a->reset();
+        b->reset();
+    }
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
+}
+
 // The description: writers publish it and wake readers that wait for it; a writer's
 // getDescriptionP never waits.
 TEST(QueueRWTest, DescriptionWakesWaitingReaders) {

@@ -17,6 +17,13 @@
 // a reader loses exactly the frames its writer had put before the reset and it had not yet
 // read, and reads everything put after it. A frame a stage had in hand goes on after the
 // reset. An abort drops everything not yet read when the stage stopped.
+//
+// One pipeline in four is instead reset while it runs: "rstr" reaches its stages one by
+// one, so a reader may start again before its writer has cleared the queue, and while
+// another reader of the queue still holds a node of it. What such a reader reads then is
+// not defined frame by frame, so these pipelines are checked for intact frames and clean
+// release only, and always end by abort (a reset after a source has ended would leave its
+// readers running for ever).
 #include <cm/CMComponent.h>
 #include <cm/CMFrame.h>
 #include <cm/CMNotification.h>
@@ -289,6 +296,7 @@ public:
 
     std::string shape() const { return mShape.str(); }
     int resets() const { return mResets; }
+    int staggeredResets() const { return mStaggeredResets; }
     bool aborted() const { return mAborted; }
 
     void start() {
@@ -299,6 +307,7 @@ public:
 
     // Random pauses, resumes and resets, then either the run to its end or an abort.
     void drive() {
+        const bool staggered = chance(4);
         const int events = pick(0, 6);
         for (int i = 0; i < events; ++i) {
             std::this_thread::sleep_for(std::chrono::microseconds(pick(0, 3000)));
@@ -313,11 +322,15 @@ public:
                     if (chance(2)) {
                         waitForABlockedStage();
                     }
-                    resetAll();
+                    if (staggered) {
+                        resetStaggered();
+                    } else {
+                        resetAll();
+                    }
                     break;
             }
         }
-        if (chance(3)) {
+        if (staggered || chance(3)) {
             mAborted = true;
             if (chance(2)) {
                 waitForABlockedStage();
@@ -350,7 +363,7 @@ public:
             EXPECT_TRUE(mAborted || completed);
             EXPECT_EQ(stage->getRunResult(), completed ? 0 : -1);
             EXPECT_TRUE(stage->mIntact);
-            EXPECT_EQ(stage->mResets.load(), mResets);
+            EXPECT_TRUE(mStaggeredResets > 0 || stage->mResets == mResets);
             // A stage puts every frame it reads on each output, in the order it read them.
             const Log expected = stage->expectedOutput();
             for (const Log& puts : stage->mPuts) {
@@ -358,6 +371,9 @@ public:
                 put.erase(std::remove(put.begin(), put.end(), kReset), put.end());
                 EXPECT_TRUE(completed ? put == expected : isPrefix(put, expected));
             }
+        }
+        if (mStaggeredResets > 0) {
+            return;
         }
         for (const Edge& e : mEdges) {
             const std::vector<Log> written = segments(e.writer->mPuts[e.output]);
@@ -499,6 +515,17 @@ private:
         }
     }
 
+    // Posts "rstr" to the running stages one at a time, in random order and at random
+    // moments.
+    void resetStaggered() {
+        for (Stage* stage : shuffled()) {
+            CNotification restart(CNotification::kRestart);
+            RNotificationCenter::getDefault()->postNotification(restart, stage);
+            std::this_thread::sleep_for(std::chrono::microseconds(pick(0, 2000)));
+        }
+        ++mStaggeredResets;
+    }
+
     // Gives the stages up to 100 ms to block on a full or an empty queue.
     void waitForABlockedStage() {
         const auto until = Clock::now() + std::chrono::milliseconds(100);
@@ -548,6 +575,7 @@ private:
     std::vector<Stage*> mStages;
     std::vector<Edge> mEdges;
     int mResets = 0;
+    int mStaggeredResets = 0;
     bool mAborted = false;
     bool mReleasedEarly = false;  // a stage was reset while others still ran
 };
@@ -568,7 +596,7 @@ TEST(SoakTest, RandomPipelinesUnderPauseResetAndAbort) {
     const int trackedAtStart = cmtest::Tracked::live();
     const auto until = Clock::now() + std::chrono::duration<double>(seconds);
 
-    int index = 0, resets = 0, aborts = 0;
+    int index = 0, resets = 0, staggeredResets = 0, aborts = 0;
     for (; Clock::now() < until && !HasFailure(); ++index) {
         std::string shape;
         {
@@ -582,6 +610,7 @@ TEST(SoakTest, RandomPipelinesUnderPauseResetAndAbort) {
             pipeline.finish();
             pipeline.check();
             resets += pipeline.resets();
+            staggeredResets += pipeline.staggeredResets();
             aborts += pipeline.aborted() ? 1 : 0;
         }
         SCOPED_TRACE("seed " + std::to_string(seed) + ", pipeline " + std::to_string(index) +
@@ -597,5 +626,6 @@ TEST(SoakTest, RandomPipelinesUnderPauseResetAndAbort) {
         }
         EXPECT_EQ(threadCount(), threadsAtStart);
     }
-    std::printf("soak ran %d pipelines: %d resets, %d ended by abort\n", index, resets, aborts);
+    std::printf("soak ran %d pipelines: %d resets, %d while running, %d ended by abort\n", index,
+                resets, staggeredResets, aborts);
 }
