@@ -176,11 +176,16 @@ RQFrameReader::~RQFrameReader() {
 }
 
 void RQFrameReader::forgetClearedPositionLocked() noexcept {
-    if (mGeneration != mQueue->mGeneration) {
-        // The cleared queue counts its frames from zero again; so does the reader.
+    if (mGeneration == mQueue->mGeneration) {
+        return;
+    }
+    mGeneration = mQueue->mGeneration;
+    // A reader that held nothing (it had not started, or had read to the end) lost nothing
+    // to the clear and keeps its count. One that held a node holds a released one now: it
+    // starts again at the head and counts from zero, as the cleared queue does.
+    if (mCurrent) {
         mCurrent = nullptr;
         mFramesRead.store(0, std::memory_order_relaxed);
-        mGeneration = mQueue->mGeneration;
     }
 }
 

@@ -152,6 +152,32 @@ TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
     EXPECT_EQ(a.getFramesRead(), 2u);
 }
 
+// The writer clears its queue, as "rstr" does: a reader that had read to the end lost
+// nothing and stays there with its count; one that held a node the clear released starts
+// again at the head, counting afresh.
+TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter writer(q.addr(), nullptr);
+    RQFrameReader finished(q.addr(), nullptr);
+    RQFrameReader holding(q.addr(), nullptr);
+    for (unsigned int i = 0; i < 3; ++i) {
+        writer.put(makeNumberedFrame(i, 8));
+    }
+    writer.end();
+    while (finished.nextNode()) {
+    }
+    holding.nextNode();
+    writer.clear();
+    EXPECT_EQ(finished.nextNode(), nullptr);
+    EXPECT_EQ(finished.getFramesRead(), 3u);
+
+    writer.put(makeNumberedFrame(7, 8));
+    RPtr<RFrame> first = holding.nextFrame();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->getFrameNumber(), 7u);
+    EXPECT_EQ(holding.getFramesRead(), 1u);
+}
+
 // The description: writers publish it and wake readers that wait for it; a writer's
 // getDescriptionP never waits.
 TEST(QueueRWTest, DescriptionWakesWaitingReaders) {
