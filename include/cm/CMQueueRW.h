@@ -134,7 +134,9 @@ public:
 
 private:
     void emitFull();
-    unsigned char* allocateBuffer() const;
+    // Puts the samples buffered so far as a frame lasting as long as they do.
+    void emitPartial();
+    static unsigned char* allocateBuffer(unsigned int size);
 
     RQFrameWriter* mWriter = nullptr;  // not retained
     unsigned int mSamplesPerFrame = 0;

@@ -314,6 +314,46 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
     EXPECT_THROW(unconfigured.writeSamples(samples.data(), 1), ZR::CException);
 }
 
+// The description changes while samples are buffered: they are carried into the new
+// buffer, or go out first as a frame of their own (timed by the old description) when the
+// new buffer is too small for them. No sample is lost or garbled.
+TEST(SampleAdapterTest, NewDescriptionKeepsTheBufferedSamples) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter frameWriter(q.addr(), nullptr);
+    RQFrameReader frameReader(q.addr(), nullptr);
+    ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
+    RPtr<RAudioDescription> mono(new RAudioDescription);
+    mono->mChannels = 1;
+    mono->mBytesPerSample = 2;
+    mono->mSampleRate = 8000;
+    std::vector<unsigned char> in(7200);
+    std::mt19937 random(3);
+    for (auto& byte : in) {
+        byte = static_cast<unsigned char>(random());
+    }
+
+    writer.setDescription(stereo16(48000));
+    writer.writeSamples(in.data(), 1500);  // 3000 bytes of a 4096-byte buffer
+    writer.setDescription(mono);           // 2048 bytes: too small for them
+    writer.writeSamples(in.data() + 3000, 100);
+    writer.setDescription(stereo16(48000));  // room for the 200 bytes held
+    writer.writeSamples(in.data() + 3200, 2000);
+    writer.end();
+
+    std::vector<unsigned char> out;
+    std::vector<unsigned int> sizes;
+    while (RPtr<RFrame> frame = frameReader.nextFrame()) {
+        EXPECT_EQ(frame->getFrameNumber(), sizes.size());
+        sizes.push_back(frame->getSize());
+        out.insert(out.end(), frame->getData(), frame->getData() + frame->getSize());
+        if (sizes.size() == 1) {
+            EXPECT_DOUBLE_EQ(double(frame->getDuration()), 1500.0 / 48000 / 2);
+        }
+    }
+    EXPECT_EQ(sizes, (std::vector<unsigned int>{3000, 4096, 104}));
+    EXPECT_EQ(out, in);
+}
+
 // Asking for exactly the rest of a frame takes all of it and steps on to the next frame at
 // once; a request past the end returns what was there.
 TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
