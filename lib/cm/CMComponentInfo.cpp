@@ -334,9 +334,12 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
 }
 
 RString RComponentInfo::getComponentPath(unsigned int in, unsigned int out) const {
+    // A pair no item serves has the empty object name of a default item; finding the item
+    // rather than getting one spares making (and deleting) that default item.
+    const ComponentFormatItem* item = formatMap.findFormatItem(in, out);
     return RString::createWithFormat(
         "%s/%s/%s/%s", RComponentManager::getDefault()->getComponentDirectory().c_str(),
-        directoryName.c_str(), kPlatformDirectory, formatMap.getFormatItem(in, out)->name.c_str());
+        directoryName.c_str(), kPlatformDirectory, item ? item->name.c_str() : "");
 }
 
 RComponent* RComponentInfo::getComponentInstance(unsigned int in, unsigned int out) {
