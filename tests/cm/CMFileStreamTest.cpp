@@ -103,8 +103,15 @@ TEST(CMFileStreamTest, OpenReportsWhyItFailed) {
     EXPECT_EQ(openCode(dir.file("missing"), O_RDONLY, 0), kResultFileOpenFailed);
     EXPECT_EQ(openCode(dir.file("new"), O_RDWR | O_CREAT, 0), 0);
     EXPECT_EQ(openCode("file://" + dir.path(), O_RDONLY, 1), kResultFileOpenFailed);
+    // The checks are lstat(), then open(): a link to a directory opens for reading.
+    std::filesystem::create_directory(dir.file("sub"));
+    std::filesystem::create_symlink("sub", dir.file("sublink"));
+    EXPECT_EQ(openCode(dir.file("sublink"), O_RDONLY, 0), 0);
+    // A FIFO opens read-write; for reading or writing alone it would wait for its other
+    // end, perhaps for ever, and is refused instead.
     ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(openCode(dir.file("fifo"), O_RDONLY, 0), kResultFileOpenFailed);  // no wait
+    EXPECT_EQ(openCode(dir.file("fifo"), O_RDWR, 0), 0);
+    EXPECT_EQ(openCode(dir.file("fifo"), O_RDONLY, 0), kResultFileOpenFailed);
     std::filesystem::create_symlink("fifo", dir.file("fifolink"));
     EXPECT_EQ(openCode(dir.file("fifolink"), O_WRONLY, 0), kResultFileOpenFailed);
     std::filesystem::create_symlink("loop2", dir.file("loop1"));
