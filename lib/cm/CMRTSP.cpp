@@ -4,6 +4,7 @@
 
 #include <strings.h>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -176,16 +177,27 @@ RPtr<RRTSPResponse> RRTSPResponse::createWithSocket(RPtr<RSocket>& socket) {
     int received = 0;
     int lineStart = 0;
     int headerEnd = -1;
+    bool timedOut = false;
     {
         ReplyDeadline deadline(*socket);
-        while (headerEnd == -1 && received < kBufferSize && deadline.arm()) {
+        while (headerEnd == -1 && received < kBufferSize) {
+            if (!deadline.arm()) {
+                timedOut = true;
+                break;
+            }
             const int got = socket->read2(buffer + received, kBufferSize - received);
             if (got <= 0) {
+                timedOut = got == -1 && (errno == EAGAIN || errno == EWOULDBLOCK);
                 break;
             }
             received += got;
             headerEnd = findHeaderEnd(buffer, received, &lineStart);
         }
+    }
+    // The rest of a late reply may still come: the connection is closed, so that it can
+    // never be read as the reply to a later request.
+    if (timedOut) {
+        socket->close();
     }
     response->parse(buffer, received, headerEnd);
     return response;
@@ -260,6 +272,13 @@ bool CRTSPSessionDelegate::shouldAuthenticate(RRTSPSession*, RRTSPRequest*, RRTS
 // RRTSPSession
 
 RRTSPSession::RRTSPSession(const RURI& uri) : mURI(uri) {}
+
+void RRTSPSession::setReceiveTimeout(int milliseconds) {
+    mReceiveTimeout = milliseconds;
+    if (mSocket) {
+        mSocket->setReceiveTimeout(milliseconds);
+    }
+}
 
 int RRTSPSession::connect() {
     mSocket = mURI.getSocket();

@@ -32,11 +32,12 @@ private:
 int runRtsp(const GlobalOptions& global, const Words& args) {
     const CommandLine line(args, {"--user", "--password", "--method", "--timeout"}, {"--help"});
     if (line.has("--help")) {
-        std::puts(
+        std::printf(
             "usage: cmhost rtsp URL [--user U --password P] [--method M] [--timeout MS]\n"
             "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
             "  answered once with the credentials; a server that stops answering is given up\n"
-            "  after the time-out (default 10000 ms)");
+            "  after the time-out (default %d ms)\n",
+            ZR::CM::RRTSPSession::kDefaultReceiveTimeout);
         return 0;
     }
     line.expectPositionalCount(1, 1);
@@ -51,7 +52,8 @@ int runRtsp(const GlobalOptions& global, const Words& args) {
     session->setDelegate(&watch);
     session->setUser(ZR::CString(line.value("--user").c_str()));
     session->setPassword(ZR::CString(line.value("--password").c_str()));
-    session->setReceiveTimeout(static_cast<int>(line.number("--timeout", 10000, 0, 3600000)));
+    session->setReceiveTimeout(static_cast<int>(
+        line.number("--timeout", ZR::CM::RRTSPSession::kDefaultReceiveTimeout, 0, 3600000)));
     if (session->connect() != 0 || watch.failed()) {
         throw HostError(ZR::CM::kResultUnspecified, "cannot connect to " + url);
     }
