@@ -90,6 +90,13 @@ TEST(CMFileStreamTest, MappedSeeksAndMapLengthStayInsideTheFile) {
     EXPECT_EQ(stream.getMapLength(), (1 << 24) + getpagesize());
     EXPECT_EQ(stream.lseek(-1, 2), 1 << 24);
     EXPECT_EQ(stream.read(buffer, 32), 1);
+    // Past 2 GiB the length no longer fits in 32 bits; it is kept whole.
+    const long long large = 3LL << 30;
+    ASSERT_EQ(::truncate(dir.file("ten").c_str(), large), 0);
+    ASSERT_EQ(stream.open(), 0);
+    EXPECT_EQ(stream.getMapLength(), large + getpagesize());
+    EXPECT_EQ(stream.lseek(-1, 2), large - 1);
+    EXPECT_EQ(stream.read(buffer, 32), 1);
 
     RFileStream created(RURI(dir.file("new").c_str()), O_RDWR | O_CREAT, 1);
     ASSERT_EQ(created.open(), 0);

@@ -375,6 +375,16 @@ TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
     EXPECT_EQ(reader.readSamples(out.data(), 50), 20u);
     EXPECT_EQ(out[0], 2);
     EXPECT_EQ(reader.readSamples(out.data(), 5), 0u);
+
+    // A description without a sample size counts no samples instead of dividing by zero.
+    RPtr<RQueue> unsized = makeQueue(0, 0);
+    RQFrameWriter unsizedWriter(unsized.addr(), nullptr);
+    RQFrameReader unsizedReader(unsized.addr(), nullptr);
+    unsizedWriter.setDescription(RPtr<const ZR::CM::RDescription>(new RAudioDescription));
+    unsizedWriter.put(ZR::CM::RAudioFrame::create(0));
+    unsizedWriter.end();
+    ZR::CM::RQSampleReader zero(&unsizedReader);
+    EXPECT_EQ(zero.readSamples(out.data(), 5), 5u);
 }
 
 TEST(VideoFrameWriterTest, DurationsComeFromTheNextFrame) {
