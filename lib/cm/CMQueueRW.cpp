@@ -402,7 +402,10 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
         return count;
     }
     for (;;) {
-        std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        // An empty frame has no block to copy from.
+        if (available > 0) {
+            std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        }
         if (available >= wanted) {
             break;
         }
