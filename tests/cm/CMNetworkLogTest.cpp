@@ -8,6 +8,7 @@
 #include "support/Loopback.h"
 #include "support/SnmpTrapReceiver.h"
 #include "support/SyslogCapture.h"
+#include "support/TestSupport.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -147,21 +148,6 @@ TEST(NetworkLogTest, TCPPeerThatPausesLosesNothing) {
     close(server);
 }
 
-namespace {
-
-class Recorder : public RLogInterfaceP {
-public:
-    int log(int priority, int, const char* message) override {
-        if (std::strlen(message) < 200) {
-            lines.push_back(std::to_string(priority) + " " + message);
-        }
-        return 0;
-    }
-    std::vector<std::string> lines;
-};
-
-}  // namespace
-
 // The peer accepts and never reads, and the stall limit is cut to 200 ms. Once the socket
 // buffers are full a message waits that long, then the peer is dropped: logging goes on at
 // once, the logger's other destinations are told, and the peer finds the end of the stream
@@ -173,7 +159,7 @@ TEST(NetworkLogTest, TCPPeerThatTakesNothingIsDroppedAndReported) {
     RTCPLogInterface* const tcp = tcpDestination(port, 7);
     ASSERT_NE(tcp, nullptr);
     RLogger* const logger = RLogger::getDefault("engine");
-    ZR::RPtr<Recorder> recorder(new Recorder);
+    ZR::RPtr<cmtest::LogRecorder> recorder(new cmtest::LogRecorder(200));  // not the blocks
     logger->addInterface(recorder.addr());
     const int peer = accept(server, nullptr, nullptr);
     const std::string block(1 << 20, 'b');
