@@ -48,8 +48,11 @@ protected:
     // Reads the media after the header and writes it to writer; ends writer's queue on
     // every way out but an abort. Failures go to mRun.
     virtual void importFrames(CByteReader& reader, ZR::CM::RQFrameWriter& writer) = 0;
-    // A movie named after the stream with no tracks; the concrete importers add theirs.
+    // A movie named after the stream with no tracks; the concrete importers add theirs
+    // through addNewTrack().
     ZR::RPtr<ZR::CM::RMovieInfo> createMovie() const;
+    // Gives a new track (count 0) to the movie, which takes over the reference taken here.
+    static void addNewTrack(ZR::CM::RMovieInfo& movie, ZR::CM::RTrackInfo* track);
 
     CRunStatus mRun;
 

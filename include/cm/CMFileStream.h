@@ -23,10 +23,12 @@ public:
     RFileStream(const RURI& uri, unsigned int flags, unsigned char mode);
     ~RFileStream() override;
 
-    // 0; 169 when the path is a directory or a FIFO, is not accessible or cannot be
-    // opened; 203 when a symbolic link on the way cannot be resolved (a loop, or a link
-    // into a directory we may not search). A missing file is opened only with O_CREAT.
-    // Opening a stream that is already open closes it first.
+    // 0; 169 when the path itself is a directory (lstat(), so a link to one is opened),
+    // is not accessible or cannot be opened; 203 when a symbolic link on the way cannot be
+    // resolved (a loop, or a link into a directory we may not search). A missing file is
+    // opened only with O_CREAT. A FIFO opens only read-write, or for writing while it has
+    // a reader: any other open of it would wait for its other end, perhaps for ever, and
+    // gives 169 at once. Opening a stream that is already open closes it first.
     int open() override;
     // Unmaps, closes the descriptor and returns the result of close(2).
     int close() override;

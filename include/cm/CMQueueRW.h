@@ -105,7 +105,8 @@ private:
     // The blocking step behind nextNode() and nextFrame(); with hold, the node is also
     // retained before the queue mutex is released.
     RQNode* step(RPtr<const RQNode>* hold);
-    // A clear() of the queue releases the node this reader held: start again at the head.
+    // A clear() of the queue releases the node this reader held, if any: it then starts
+    // again at the head.
     void forgetClearedPositionLocked() noexcept;
 
     std::atomic<std::uint64_t> mFramesRead{0};  // read by the run loop's activity test
@@ -134,7 +135,9 @@ public:
 
 private:
     void emitFull();
-    unsigned char* allocateBuffer() const;
+    // Puts the samples buffered so far as a frame lasting as long as they do.
+    void emitPartial();
+    static unsigned char* allocateBuffer(unsigned int size);
 
     RQFrameWriter* mWriter = nullptr;  // not retained
     unsigned int mSamplesPerFrame = 0;

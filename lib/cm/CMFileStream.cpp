@@ -92,18 +92,22 @@ int RFileStream::open() {
     if (::lstat(path, &entry) != 0 ? errno != ENOENT : S_ISDIR(entry.st_mode)) {
         return kResultFileOpenFailed;
     }
-    // O_NONBLOCK keeps the open of a FIFO without a writer from waiting for one; a stream
-    // needs a file it can seek in, so FIFOs (and directories behind links) are refused.
+    // Opening a FIFO for reading or for writing alone waits until its other end is opened,
+    // which may be never. O_NONBLOCK keeps the open from waiting: a FIFO opened so for
+    // writing fails at once when it has no reader, and one opened for reading, which
+    // cannot tell whether a writer will come, is refused. Read-write needs no other end.
     const int fd = ::open(path, static_cast<int>(mFlags) | O_NONBLOCK | O_CLOEXEC, 0666);
     if (fd == -1) {
         return resultOfFailedOpen(errno, path, entry);
     }
     struct stat opened {};
-    if (::fstat(fd, &opened) != 0 || S_ISFIFO(opened.st_mode) || S_ISDIR(opened.st_mode)) {
+    if (::fstat(fd, &opened) != 0 ||
+        (S_ISFIFO(opened.st_mode) && (mFlags & O_ACCMODE) == O_RDONLY)) {
         ::close(fd);
         return kResultFileOpenFailed;
     }
-    // Regular files ignore O_NONBLOCK; a device gets back the blocking I/O it was asked for.
+    // Regular files ignore O_NONBLOCK; anything else gets back the blocking I/O it was
+    // asked for.
     if (!S_ISREG(opened.st_mode) && (mFlags & O_NONBLOCK) == 0) {
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     }

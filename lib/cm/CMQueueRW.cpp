@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace ZR {
@@ -176,11 +177,16 @@ RQFrameReader::~RQFrameReader() {
 }
 
 void RQFrameReader::forgetClearedPositionLocked() noexcept {
-    if (mGeneration != mQueue->mGeneration) {
-        // The cleared queue counts its frames from zero again; so does the reader.
+    if (mGeneration == mQueue->mGeneration) {
+        return;
+    }
+    mGeneration = mQueue->mGeneration;
+    // A reader that held nothing (it had not started, or had read to the end) lost nothing
+    // to the clear and keeps its count. One that held a node holds a released one now: it
+    // starts again at the head and counts from zero, as the cleared queue does.
+    if (mCurrent) {
         mCurrent = nullptr;
         mFramesRead.store(0, std::memory_order_relaxed);
-        mGeneration = mQueue->mGeneration;
     }
 }
 
@@ -286,8 +292,8 @@ void RQSampleWriter::setDescriptionP(const RAudioDescription* description) {
     mWriter->setDescriptionP(description);
 }
 
-unsigned char* RQSampleWriter::allocateBuffer() const {
-    auto* buffer = static_cast<unsigned char*>(std::malloc(mBufferSize));
+unsigned char* RQSampleWriter::allocateBuffer(unsigned int size) {
+    auto* buffer = static_cast<unsigned char*>(std::malloc(size));
     if (!buffer) {
         ZR_THROW(kFile, CString("memory allocation error."));
     }
@@ -295,14 +301,22 @@ unsigned char* RQSampleWriter::allocateBuffer() const {
 }
 
 void RQSampleWriter::initializeInternalData(const RAudioDescription* description) {
-    mFrameDuration = static_cast<double>(mSamplesPerFrame) / description->mSampleRate;
-    mBufferSize = description->mChannels * description->mBytesPerSample * mSamplesPerFrame;
-    // A buffer being filled under an earlier description is dropped with its samples
-    // rather than leaked.
+    const unsigned int bufferSize =
+        description->mChannels * description->mBytesPerSample * mSamplesPerFrame;
+    std::unique_ptr<unsigned char, void (*)(void*)> buffer(allocateBuffer(bufferSize), std::free);
+    // Samples buffered under an earlier description are kept: they move into the new
+    // buffer, or, when they would overrun it, go out first as a frame of their own.
+    if (mFill > bufferSize) {
+        emitPartial();
+        ++mFrameCounter;
+    }
+    if (mFill > 0) {
+        std::memcpy(buffer.get(), mBuffer, mFill);
+    }
     std::free(mBuffer);
-    mBuffer = nullptr;
-    mFill = 0;
-    mBuffer = allocateBuffer();
+    mBuffer = buffer.release();
+    mBufferSize = bufferSize;
+    mFrameDuration = static_cast<double>(mSamplesPerFrame) / description->mSampleRate;
 }
 
 void RQSampleWriter::emitFull() {
@@ -335,7 +349,7 @@ unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned in
             return count;
         }
         emitFull();
-        mBuffer = allocateBuffer();
+        mBuffer = allocateBuffer(mBufferSize);
         data += space;
         remaining -= space;
         mFill = 0;
@@ -344,16 +358,20 @@ unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned in
     }
 }
 
+void RQSampleWriter::emitPartial() {
+    const double samples = samplesIn(mFill, mDescription->mBytesPerSample);
+    const CTimeStamp duration = samples / mDescription->mSampleRate / mDescription->mChannels;
+    const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
+    RPtr<const RFrame> frame(RAudioFrame::createWithData(
+        mFrameCounter, start, duration, mDataFormat, mFill, mBuffer, 0, 0, ConstructionAdopt));
+    mBuffer = nullptr;  // the frame owns it now
+    mFill = 0;
+    mWriter->put(frame);
+}
+
 void RQSampleWriter::end() {
     if (mFill > 0) {
-        const double samples = samplesIn(mFill, mDescription->mBytesPerSample);
-        const CTimeStamp duration = samples / mDescription->mSampleRate / mDescription->mChannels;
-        const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
-        RPtr<const RFrame> frame(RAudioFrame::createWithData(
-            mFrameCounter, start, duration, mDataFormat, mFill, mBuffer, 0, 0, ConstructionAdopt));
-        mBuffer = nullptr;
-        mFill = 0;
-        mWriter->put(frame);
+        emitPartial();
     } else {
         std::free(mBuffer);
         mBuffer = nullptr;
@@ -395,7 +413,10 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
         return count;
     }
     for (;;) {
-        std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        // An empty frame has no block to copy from.
+        if (available > 0) {
+            std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        }
         if (available >= wanted) {
             break;
         }

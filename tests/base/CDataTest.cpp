@@ -34,6 +34,39 @@ TEST(CDataTest, ScalarsAreWrittenBigEndian) {
     EXPECT_EQ(d.getCursor(), d.getSize());
 }
 
+// A stream that records each growth it is asked for.
+class GrowthLog : public CData {
+public:
+    void resize(int newCapacity) override {
+        requests.push_back(newCapacity);
+        CData::resize(newCapacity);
+    }
+    std::vector<int> requests;
+};
+
+TEST(CDataTest, EachValueGrowsAnEmptyStreamOnceByItsWidth) {
+    struct Row {
+        const char* type;
+        void (*write)(CData&);
+        int width;
+    };
+    const Row rows[] = {
+        {"int", [](CData& d) { d << -1; }, 4},
+        {"unsigned int", [](CData& d) { d << 1u; }, 4},
+        {"enumeration", [](CData& d) { d << Kind::kVideo; }, 4},
+        {"unsigned long long", [](CData& d) { d << 1ULL; }, 8},
+        {"double", [](CData& d) { d << 1.0; }, 8},
+        {"CTimeStamp", [](CData& d) { d << ZR::CTimeStamp(1.0); }, 8},
+        {"Fixed64", [](CData& d) { d << ZR::Fixed64(1.0); }, 8},
+    };
+    for (const Row& row : rows) {
+        GrowthLog d;
+        row.write(d);
+        EXPECT_EQ(d.requests, std::vector<int>{row.width}) << row.type;
+        EXPECT_EQ(d.getSize(), row.width) << row.type;
+    }
+}
+
 TEST(CDataTest, EveryFormRoundTrips) {
     CData d;
     const ZR::CString text("round trip");

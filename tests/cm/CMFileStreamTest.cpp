@@ -90,6 +90,13 @@ TEST(CMFileStreamTest, MappedSeeksAndMapLengthStayInsideTheFile) {
     EXPECT_EQ(stream.getMapLength(), (1 << 24) + getpagesize());
     EXPECT_EQ(stream.lseek(-1, 2), 1 << 24);
     EXPECT_EQ(stream.read(buffer, 32), 1);
+    // Past 2 GiB the length no longer fits in 32 bits; it is kept whole.
+    const long long large = 3LL << 30;
+    ASSERT_EQ(::truncate(dir.file("ten").c_str(), large), 0);
+    ASSERT_EQ(stream.open(), 0);
+    EXPECT_EQ(stream.getMapLength(), large + getpagesize());
+    EXPECT_EQ(stream.lseek(-1, 2), large - 1);
+    EXPECT_EQ(stream.read(buffer, 32), 1);
 
     RFileStream created(RURI(dir.file("new").c_str()), O_RDWR | O_CREAT, 1);
     ASSERT_EQ(created.open(), 0);
@@ -103,8 +110,15 @@ TEST(CMFileStreamTest, OpenReportsWhyItFailed) {
     EXPECT_EQ(openCode(dir.file("missing"), O_RDONLY, 0), kResultFileOpenFailed);
     EXPECT_EQ(openCode(dir.file("new"), O_RDWR | O_CREAT, 0), 0);
     EXPECT_EQ(openCode("file://" + dir.path(), O_RDONLY, 1), kResultFileOpenFailed);
+    // The checks are lstat(), then open(): a link to a directory opens for reading.
+    std::filesystem::create_directory(dir.file("sub"));
+    std::filesystem::create_symlink("sub", dir.file("sublink"));
+    EXPECT_EQ(openCode(dir.file("sublink"), O_RDONLY, 0), 0);
+    // A FIFO opens read-write; for reading or writing alone it would wait for its other
+    // end, perhaps for ever, and is refused instead.
     ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(openCode(dir.file("fifo"), O_RDONLY, 0), kResultFileOpenFailed);  // no wait
+    EXPECT_EQ(openCode(dir.file("fifo"), O_RDWR, 0), 0);
+    EXPECT_EQ(openCode(dir.file("fifo"), O_RDONLY, 0), kResultFileOpenFailed);
     std::filesystem::create_symlink("fifo", dir.file("fifolink"));
     EXPECT_EQ(openCode(dir.file("fifolink"), O_WRONLY, 0), kResultFileOpenFailed);
     std::filesystem::create_symlink("loop2", dir.file("loop1"));

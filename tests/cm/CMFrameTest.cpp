@@ -99,6 +99,15 @@ TEST(FrameTest, ConstructionFlagsDecideWhoOwnsTheBytes) {
         EXPECT_EQ(frame->getData(), adopted);
         EXPECT_EQ(frame->getCapacity(), 24u);
     }
+    // Adopting into a frame made with room keeps the size and capacity it was given.
+    unsigned char* block = pattern(100);
+    room->initWithData(block, ConstructionAdopt);
+    EXPECT_EQ(room->getData(), block);
+    EXPECT_EQ(room->getSize(), 0u);
+    EXPECT_EQ(room->getCapacity(), 100u);
+    // Adopting no block gives an empty frame, not a size without bytes behind it.
+    RPtr<RVideoFrame> none(RVideoFrame::createWithData(kFormat, 16, nullptr, 0, ConstructionAdopt));
+    EXPECT_EQ(none->getSize() + none->getCapacity(), 0u);
 }
 
 TEST(FrameTest, SetDataGrowsTheBlockButNeverShrinksIt) {

@@ -212,6 +212,32 @@ TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
     EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
 }
 
+// The writer clears its queue, as "rstr" does: a reader that had read to the end lost
+// nothing and stays there with its count; one that held a node the clear released starts
+// again at the head, counting afresh.
+TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter writer(q.addr(), nullptr);
+    RQFrameReader finished(q.addr(), nullptr);
+    RQFrameReader holding(q.addr(), nullptr);
+    for (unsigned int i = 0; i < 3; ++i) {
+        writer.put(makeNumberedFrame(i, 8));
+    }
+    writer.end();
+    while (finished.nextNode()) {
+    }
+    holding.nextNode();
+    writer.clear();
+    EXPECT_EQ(finished.nextNode(), nullptr);
+    EXPECT_EQ(finished.getFramesRead(), 3u);
+
+    writer.put(makeNumberedFrame(7, 8));
+    RPtr<RFrame> first = holding.nextFrame();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->getFrameNumber(), 7u);
+    EXPECT_EQ(holding.getFramesRead(), 1u);
+}
+
 // The description: writers publish it and wake readers that wait for it; a writer's
 // getDescriptionP never waits.
 TEST(QueueRWTest, DescriptionWakesWaitingReaders) {
@@ -348,6 +374,46 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
     EXPECT_THROW(unconfigured.writeSamples(samples.data(), 1), ZR::CException);
 }
 
+// The description changes while samples are buffered: they are carried into the new
+// buffer, or go out first as a frame of their own (timed by the old description) when the
+// new buffer is too small for them. No sample is lost or garbled.
+TEST(SampleAdapterTest, NewDescriptionKeepsTheBufferedSamples) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter frameWriter(q.addr(), nullptr);
+    RQFrameReader frameReader(q.addr(), nullptr);
+    ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
+    RPtr<RAudioDescription> mono(new RAudioDescription);
+    mono->mChannels = 1;
+    mono->mBytesPerSample = 2;
+    mono->mSampleRate = 8000;
+    std::vector<unsigned char> in(7200);
+    std::mt19937 random(3);
+    for (auto& byte : in) {
+        byte = static_cast<unsigned char>(random());
+    }
+
+    writer.setDescription(stereo16(48000));
+    writer.writeSamples(in.data(), 1500);  // 3000 bytes of a 4096-byte buffer
+    writer.setDescription(mono);           // 2048 bytes: too small for them
+    writer.writeSamples(in.data() + 3000, 100);
+    writer.setDescription(stereo16(48000));  // room for the 200 bytes held
+    writer.writeSamples(in.data() + 3200, 2000);
+    writer.end();
+
+    std::vector<unsigned char> out;
+    std::vector<unsigned int> sizes;
+    while (RPtr<RFrame> frame = frameReader.nextFrame()) {
+        EXPECT_EQ(frame->getFrameNumber(), sizes.size());
+        sizes.push_back(frame->getSize());
+        out.insert(out.end(), frame->getData(), frame->getData() + frame->getSize());
+        if (sizes.size() == 1) {
+            EXPECT_DOUBLE_EQ(double(frame->getDuration()), 1500.0 / 48000 / 2);
+        }
+    }
+    EXPECT_EQ(sizes, (std::vector<unsigned int>{3000, 4096, 104}));
+    EXPECT_EQ(out, in);
+}
+
 // Asking for exactly the rest of a frame takes all of it and steps on to the next frame at
 // once; a request past the end returns what was there.
 TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
@@ -369,6 +435,16 @@ TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
     EXPECT_EQ(reader.readSamples(out.data(), 50), 20u);
     EXPECT_EQ(out[0], 2);
     EXPECT_EQ(reader.readSamples(out.data(), 5), 0u);
+
+    // A description without a sample size counts no samples instead of dividing by zero.
+    RPtr<RQueue> unsized = makeQueue(0, 0);
+    RQFrameWriter unsizedWriter(unsized.addr(), nullptr);
+    RQFrameReader unsizedReader(unsized.addr(), nullptr);
+    unsizedWriter.setDescription(RPtr<const ZR::CM::RDescription>(new RAudioDescription));
+    unsizedWriter.put(ZR::CM::RAudioFrame::create(0));
+    unsizedWriter.end();
+    ZR::CM::RQSampleReader zero(&unsizedReader);
+    EXPECT_EQ(zero.readSamples(out.data(), 5), 5u);
 }
 
 TEST(VideoFrameWriterTest, DurationsComeFromTheNextFrame) {

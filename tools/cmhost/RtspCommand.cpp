@@ -18,7 +18,9 @@ const char kHelp[] =
     "\n"
     "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
     "  answered once with the credentials; a server that stops answering is given up\n"
-    "  after the time-out (default 10000 ms)";
+    "  after the time-out (default 30000 ms)";
+static_assert(ZR::CM::RRTSPSession::kDefaultReceiveTimeout == 30000,
+              "the help text names the default time-out");
 
 // Says why connecting failed, so that the command can report it instead of sending into
 // a socket that is not there.
@@ -54,7 +56,8 @@ int runRtsp(const GlobalOptions& global, const Words& args) {
     session->setDelegate(&watch);
     session->setUser(ZR::CString(line.value("--user").c_str()));
     session->setPassword(ZR::CString(line.value("--password").c_str()));
-    session->setReceiveTimeout(static_cast<int>(line.number("--timeout", 10000, 0, 3600000)));
+    session->setReceiveTimeout(static_cast<int>(
+        line.number("--timeout", ZR::CM::RRTSPSession::kDefaultReceiveTimeout, 0, 3600000)));
     if (session->connect() != 0 || watch.failed()) {
         throw HostError(ZR::CM::kResultUnspecified, "cannot connect to " + url);
     }
