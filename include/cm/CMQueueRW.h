@@ -112,6 +112,7 @@ private:
     std::atomic<std::uint64_t> mFramesRead{0};  // read by the run loop's activity test
     RQNode* mCurrent = nullptr;                 // the node last handed out; kept alive by the queue
     std::uint64_t mGeneration = 0;              // the queue's clear count when mCurrent was taken
+    bool mPastEnd = false;  // has passed every node of the ended queue since its last clear
 };
 
 class RQSampleWriter : public zrbase::object_refcount {

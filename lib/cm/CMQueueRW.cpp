@@ -181,6 +181,7 @@ void RQFrameReader::forgetClearedPositionLocked() noexcept {
         return;
     }
     mGeneration = mQueue->mGeneration;
+    mPastEnd = false;  // the nodes it had passed went with the clear
     // A reader that held nothing (it had not started, or had read to the end) lost nothing
     // to the clear and keeps its count. One that held a node holds a released one now: it
     // starts again at the head and counts from zero, as the cleared queue does.
@@ -223,6 +224,7 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
             }
             if (q.getEndOfQueue()) {
                 // Past the last node: mark it read and hand out null.
+                mPastEnd = mPastEnd || mCurrent;
                 mCurrent = mCurrent ? q.nextNode(mCurrent) : q.firstNode();
                 break;
             }
@@ -258,12 +260,14 @@ const RDescription* RQFrameReader::getDescriptionP() {
 void RQFrameReader::reset() noexcept {
     std::lock_guard<CMutex> lock(mQueue->mMutex);
     forgetClearedPositionLocked();
-    // Null after reads means past the end: every node left has been passed.
-    if (mCurrent || getFramesRead() != 0) {
+    // Past the end, every node left has been passed; a reader that is past the end of a
+    // run the writer has since cleared passed none of the nodes now in the queue.
+    if (mCurrent || mPastEnd) {
         mQueue->forgetPasses(mCurrent);
     }
     mFramesRead.store(0, std::memory_order_relaxed);
     mCurrent = nullptr;
+    mPastEnd = false;
 }
 
 // RQSampleWriter

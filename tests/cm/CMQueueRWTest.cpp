@@ -236,6 +236,17 @@ TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
     ASSERT_TRUE(first);
     EXPECT_EQ(first->getFrameNumber(), 7u);
     EXPECT_EQ(holding.getFramesRead(), 1u);
+
+    // A "rstr" reaching the finished reader only now: the passes it made went with the
+    // cleared nodes, so it must not take back one over frame 7, which it never passed
+    // (frame 7 would then stay in the queue for ever).
+    finished.reset();
+    writer.end();
+    for (RQFrameReader* reader : {&finished, &holding}) {
+        while (reader->nextNode()) {
+        }
+    }
+    EXPECT_EQ(q->getNodeCount(), 0);
 }
 
 // The description: writers publish it and wake readers that wait for it; a writer's
