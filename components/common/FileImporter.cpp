@@ -64,11 +64,6 @@ int RFileImporter::runloop(zrbase::object_refcount*) {
     return mRun.failed() ? -1 : 0;
 }
 
-void RFileImporter::addNewTrack(RMovieInfo& movie, ZR::CM::RTrackInfo* track) {
-    track->retain();
-    movie.addTrack(track);
-}
-
 RPtr<RMovieInfo> RFileImporter::createMovie() const {
     RPtr<RMovieInfo> movie(new RMovieInfo(1));
     if (mStream) {

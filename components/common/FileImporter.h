@@ -16,6 +16,7 @@
 #ifndef CM_COMPONENTS_COMMON_FILEIMPORTER_H
 #define CM_COMPONENTS_COMMON_FILEIMPORTER_H
 
+#include "common/MovieTracks.h"
 #include "common/RunStatus.h"
 #include "common/StreamIO.h"
 
@@ -49,10 +50,8 @@ protected:
     // every way out but an abort. Failures go to mRun.
     virtual void importFrames(CByteReader& reader, ZR::CM::RQFrameWriter& writer) = 0;
     // A movie named after the stream with no tracks; the concrete importers add theirs
-    // through addNewTrack().
+    // through addNewTrack() (common/MovieTracks.h).
     ZR::RPtr<ZR::CM::RMovieInfo> createMovie() const;
-    // Gives a new track (count 0) to the movie, which takes over the reference taken here.
-    static void addNewTrack(ZR::CM::RMovieInfo& movie, ZR::CM::RTrackInfo* track);
 
     CRunStatus mRun;
 

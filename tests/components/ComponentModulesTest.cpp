@@ -4,6 +4,8 @@
 // component.
 #include <gtest/gtest.h>
 
+#include "common/CodedMedia.h"
+
 #include <cm/CMComponentInfo.h>
 #include <cm/CMComponent.h>
 #include <cm/CMComponentManager.h>
@@ -90,6 +92,26 @@ TEST_F(ComponentModulesTest, EveryComponentIsDescribedAndLoadable) {
          ZR::kAnyFourCC},
         {loadInfo<RFilterInfo>("gain.filter", mDtd.get()), ZR::fourcc("fltr"), audio, lpcm, lpcm},
         {loadInfo<RFilterInfo>("invert.filter", mDtd.get()), ZR::fourcc("fltr"), video, i420, i420},
+        // Who reads .mp4 files, decodes avc1 to I420 and mp4a to lpcm, encodes I420 to each
+        // video codec and lpcm to each audio codec, and which exporter takes .webm files.
+        {loadInfo<RImporterInfo>("av.importer", mDtd.get()), ZR::fourcc("impt"), ZR::kAnyFourCC,
+         ZR::kAnyFourCC, ZR::fourcc("avc1")},
+        {loadInfo<RDecompressorInfo>("av.decoder", mDtd.get()), ZR::fourcc("dcmp"),
+         ZR::kAnyFourCC, ZR::fourcc("avc1"), i420},
+        {loadInfo<RDecompressorInfo>("av.decoder", mDtd.get()), ZR::fourcc("dcmp"),
+         ZR::kAnyFourCC, ZR::fourcc("mp4a"), lpcm},
+        {loadInfo<RCompressorInfo>("h264.encoder", mDtd.get()), ZR::fourcc("cmpr"), video, i420,
+         ZR::fourcc("avc1")},
+        {loadInfo<RCompressorInfo>("h265.encoder", mDtd.get()), ZR::fourcc("cmpr"), video, i420,
+         ZR::fourcc("hvc1")},
+        {loadInfo<RCompressorInfo>("vp9.encoder", mDtd.get()), ZR::fourcc("cmpr"), video, i420,
+         ZR::fourcc("vp09")},
+        {loadInfo<RCompressorInfo>("aac.encoder", mDtd.get()), ZR::fourcc("cmpr"), audio, lpcm,
+         ZR::fourcc("mp4a")},
+        {loadInfo<RCompressorInfo>("opus.encoder", mDtd.get()), ZR::fourcc("cmpr"), audio, lpcm,
+         ZR::fourcc("Opus")},
+        {loadInfo<RExporterInfo>("av.exporter", mDtd.get()), ZR::fourcc("expt"), ZR::kAnyFourCC,
+         ZR::fourcc("vp09"), cmcomponents::containerFourCC("webm")},
     };
     for (const auto& c : components) {
         RComponentInfo& info = *c.info;
@@ -109,4 +131,11 @@ TEST_F(ComponentModulesTest, EveryComponentIsDescribedAndLoadable) {
     EXPECT_EQ(static_cast<const RImporterInfo&>(*components[2].info)
                   .fileExtensions.count(ZR::RString("y4m")),
               1u);
+    // The FFmpeg importer reads WAV files too, but after the WAV importer; WebM takes no
+    // H.264.
+    const auto& av = static_cast<const RImporterInfo&>(*components[6].info);
+    EXPECT_EQ(av.fileExtensions.count(ZR::RString("wav")), 1u);
+    EXPECT_TRUE(wav < av);
+    EXPECT_FALSE(components[14].info->formatMap.supportsFormats(
+        ZR::fourcc("avc1"), cmcomponents::containerFourCC("webm")));
 }

@@ -113,6 +113,26 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     EXPECT_NE(r.out.find("'audi'"), std::string::npos) << r.out;
 }
 
+// cmhost info of a real MP4 (H.264 and AAC, written by ffmpeg) lists both tracks with their
+// codecs and numbers, read by the FFmpeg importer.
+TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
+    cmtest::TempDir dir;
+    const std::string media = dir.file("clip.mp4");
+    ASSERT_TRUE(cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=64x48:r=25:d=0.4 -f lavfi "
+                                       "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
+                                       media));
+    const Result r = run(dir, cmhost("info " + media));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    for (const char* line :
+         {"importer: av.importer\n", "tracks: 2\n",
+          "track 1: 'vide' 'avc1', start 0.000 s, duration 0.400 s, 64x48, 25 fps, 10 pictures\n",
+          "track 2: 'audi' 'mp4a', start 0.000 s, duration 0.400 s, 44100 Hz, 1 channels, "
+          "17640 sample frames\n"}) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
+    }
+}
+
 // A generated picture sequence goes through the invert filter; ffmpeg decodes the same
 // number of frames, each the inverse of the original.
 TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
@@ -335,11 +355,13 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
     cmtest::TempDir dir;
     ASSERT_EQ(run(dir, cmhost("generate tone " + dir.file("t.wav") + " --seconds 0.5")).status, 0);
     std::ofstream(dir.file("bad.wav")) << "RIFF\x10\0\0\0WAVEjunk";
+    std::ofstream(dir.file("garbage.mp4")) << std::string(4000, 'x');
     for (const std::string& args : {
              "convert " + dir.file("missing.wav") + " " + dir.file("o.wav"),
              "convert " + dir.file("t.wav") + " " + dir.file("o.wav") + " --filter nosuch",
              "convert " + dir.file("bad.wav") + " " + dir.file("o.wav"),
              "info " + dir.file("t.unknown"),
+             "info " + dir.file("garbage.mp4"),
          }) {
         const Result r = run(dir, cmhost(args));
         EXPECT_EQ(r.status, 1) << args << "\n" << r.err;

@@ -4,7 +4,8 @@
 // (the highest priority first) and prints the movie it describes: its metadata and each
 // track. Track fields are read the way the sample importers fill them: mTrackValue the
 // data format, mTrackReal the rate, mTrackSize the count of sample frames or pictures, and
-// mKindValue1/2 the channels and bits of audio or the width and height of video.
+// mKindValue1/2 the channels and bits of audio (0 bits: coded audio without a fixed sample
+// size) or the width and height of video.
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
@@ -33,8 +34,11 @@ void printMovie(const ZR::CM::RMovieInfo& movie) {
                     fourccText(track->mMediaType).c_str(), fourccText(track->mTrackValue).c_str(),
                     double(track->mTrackStart), double(track->mTrackDuration));
         if (const auto* audio = dynamic_cast<const ZR::CM::RAudioTrackInfo*>(track)) {
-            std::printf(", %g Hz, %u channels, %u bits, %llu sample frames", track->mTrackReal,
-                        audio->mKindValue1, audio->mKindValue2, track->mTrackSize);
+            std::printf(", %g Hz, %u channels", track->mTrackReal, audio->mKindValue1);
+            if (audio->mKindValue2 != 0) {
+                std::printf(", %u bits", audio->mKindValue2);
+            }
+            std::printf(", %llu sample frames", track->mTrackSize);
         } else if (const auto* video = dynamic_cast<const ZR::CM::RVideoTrackInfo*>(track)) {
             std::printf(", %ux%u, %g fps, %llu pictures", video->mKindValue1, video->mKindValue2,
                         track->mTrackReal, track->mTrackSize);
