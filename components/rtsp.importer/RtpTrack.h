@@ -84,7 +84,6 @@ private:
     long long mLastTicks = 0;  // mLastTimestamp unwrapped, from the origin
     double mLastFrameTime = 0.0;
     unsigned int mIndex = 0;  // of the next frame
-    double mArrival = 0.0;    // of the packet under way
     Counts mCounts;
 };
 
