@@ -1,5 +1,7 @@
 #include "rtsp.importer/L16Depacketizer.h"
 
+#include <cstring>
+
 namespace cmcomponents {
 
 bool CL16Depacketizer::describe(const CRtpPayloadFormat& payload, CodedFormat& format,
@@ -26,8 +28,10 @@ void CL16Depacketizer::push(const CRtpPacket& packet, bool, Sink& sink) {
     }
     mSamples.resize(size);
     for (std::size_t i = 0; i < size; i += 2) {
-        mSamples[i] = packet.payload[i + 1];
-        mSamples[i + 1] = packet.payload[i];
+        std::uint16_t sample;
+        std::memcpy(&sample, packet.payload + i, 2);
+        sample = __builtin_bswap16(sample);
+        std::memcpy(mSamples.data() + i, &sample, 2);
     }
     sink.take(CRtpAccessUnit{mSamples.data(), size, packet.timestamp, true});
 }
