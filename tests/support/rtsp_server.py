@@ -5,7 +5,7 @@ Usage: rtsp_server.py USER PASSWORD [--auth basic|digest|none] [--media audio|av
   --auth   how the stream is protected (basic by default; none takes no credentials)
   --media  audio: a test tone as RTP L16 (the default); av: a 320x240 test picture in
            H.264 (a key frame every second) with a tone in AAC; FILE: the H.264 video of
-           an MP4 file, sent in real time
+           an MP4 file, sent in real time from its start to each client
 Listens on 127.0.0.1 at a port the kernel picks and prints that port on a line of its own.
 Stops when its standard input is closed, so it never outlives the test that started it.
 """
@@ -25,8 +25,8 @@ PICTURE_AND_TONE = (
     " ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25"
     " ! rtph264pay name=pay0 pt=96 config-interval=-1"
     " audiotestsrc is-live=true wave=sine ! audioconvert ! audioresample"
-    " ! audio/x-raw,rate=48000,channels=2 ! voaacenc ! rtpmp4gpay name=pay1 pt=97")
-FILE_VIDEO = ("filesrc location={} ! qtdemux ! h264parse"
+    " ! audio/x-raw,rate=48000,channels=2 ! avenc_aac ! rtpmp4gpay name=pay1 pt=97")
+FILE_VIDEO = ("filesrc location={} ! qtdemux"
               " ! rtph264pay name=pay0 pt=96 config-interval=-1")
 
 
@@ -67,7 +67,8 @@ def main():
 
     factory = GstRtspServer.RTSPMediaFactory()
     factory.set_launch("( " + launch_line(args.media) + " )")
-    factory.set_shared(True)
+    # Every client of a file gets it from its start; a live source is one for all.
+    factory.set_shared(args.media in ("audio", "av"))
     server = GstRtspServer.RTSPServer()
     server.set_address("127.0.0.1")
     server.set_service("0")
