@@ -189,18 +189,23 @@ RQNode* RQFrameReader::nextNode() {
 }
 
 RPtr<RFrame> RQFrameReader::nextFrame() {
-    // The node is held while it is copied outside the lock: a clear() of the queue by
+    // The frame is held while it is copied outside the lock: a clear() of the queue by
     // another component may drop the queue's own reference meanwhile.
-    RPtr<const RQNode> held;
+    RPtr<const RFrame> held;
     step(&held);
     if (!held) {
         return RPtr<RFrame>();
     }
-    // Nodes in a queue are always frames; each reader gets a copy of its own.
-    return static_cast<const RFrame*>(held.addr())->copy();
+    return held->copy();
 }
 
-RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
+RPtr<const RFrame> RQFrameReader::nextSharedFrame() {
+    RPtr<const RFrame> held;
+    step(&held);
+    return held;
+}
+
+RQNode* RQFrameReader::step(RPtr<const RFrame>* hold) {
     RQueue& q = *mQueue;
     std::lock_guard<CMutex> lock(q.mMutex);
     for (;;) {
@@ -229,7 +234,8 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
                           std::memory_order_relaxed);
     }
     if (hold) {
-        *hold = mCurrent;
+        // Nodes in a queue are always frames.
+        *hold = static_cast<const RFrame*>(mCurrent);
     }
     signalLowLimit();
     return mCurrent;
