@@ -1,7 +1,9 @@
 // Frames per second through the runtime with real threads: one writer thread feeding 1, 2
-// or 4 reader threads (and 8 at 4 KiB) through one queue, with no limits and with high 64 /
-// low 16, and a three-stage pipeline of components (producer, pass-through filter,
-// consumer). Readers read either way: their own copy of every frame (nextFrame()) or the
+// or 4 reader threads (and 8 at 4 KiB) through one queue, with no limits and with limits,
+// and a three-stage pipeline of components (producer, pass-through filter, consumer). A
+// limited queue holds at most 64 frames and at most 10 MiB, as GStreamer's queue holds at
+// most 200 buffers and 10 MiB by default: high 64 / low 16 up to 160 KiB frames, high 10 /
+// low 2 at 1 MiB. Readers read either way: their own copy of every frame (nextFrame()) or the
 // queued frame itself (nextSharedFrame()); the pass-through filter that reads shared frames
 // puts a copy, as a node lives in one queue only. A plain memcpy of the same bytes per
 // frame and reader is the yardstick for what the copies cost, and a single-producer
@@ -22,6 +24,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -47,6 +50,16 @@ unsigned int framesFor(unsigned int size) {
 // Frame i of a run, asked for on the writing thread.
 using FrameSource = std::function<RPtr<const RFrame>(unsigned int)>;
 
+// The limits of a queue of frames of `size` bytes (see the top of the file).
+struct Limits {
+    explicit Limits(unsigned int size)
+        : high(static_cast<int>(std::clamp(kQueueBytes / std::max(size, 1u), 4u, 64u))),
+          low(high / 4) {}
+    static constexpr unsigned int kQueueBytes = 10u << 20;
+    int high;
+    int low;
+};
+
 // The next frame of the reader, shared or its own copy.
 RPtr<const RFrame> readFrame(RQFrameReader& reader, bool shared) {
     return shared ? reader.nextSharedFrame() : RPtr<const RFrame>(reader.nextFrame());
@@ -71,8 +84,11 @@ const std::vector<RPtr<const RFrame>>& framePool(unsigned int size) {
 }
 
 // One writer on the calling thread, each reader on a thread of its own.
-void fanOut(unsigned int frames, int readers, bool limited, bool shared, const FrameSource& frame) {
-    RPtr<RQueue> queue(new RQueue(limited ? 16 : 0, limited ? 64 : 0, CString("bench")));
+// Without limits when `limits` is null.
+void fanOut(unsigned int frames, int readers, const Limits* limits, bool shared,
+            const FrameSource& frame) {
+    RPtr<RQueue> queue(
+        new RQueue(limits ? limits->low : 0, limits ? limits->high : 0, CString("bench")));
     std::vector<RPtr<RQFrameReader>> readerObjects;
     for (int r = 0; r < readers; ++r) {
         readerObjects.emplace_back(new RQFrameReader(queue.addr(), nullptr));
@@ -113,8 +129,9 @@ void BM_QueueFanOut(benchmark::State& state) {
     const unsigned int frames = framesFor(size);
     const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     const long faultsBefore = minorFaults();
+    const Limits limits(size);
     for (auto _ : state) {
-        fanOut(frames, readers, state.range(2) != 0, state.range(3) != 0,
+        fanOut(frames, readers, state.range(2) != 0 ? &limits : nullptr, state.range(3) != 0,
                [&pool](unsigned int i) { return pool[i]; });
     }
     countFaults(state, faultsBefore, frames);
@@ -290,9 +307,10 @@ private:
     const bool mShared;
 };
 
-// Producer -> filter -> consumer on three component threads, queues limited to 64/16.
-void threeStages(unsigned int frames, bool shared, const FrameSource& frame) {
-    RPtr<RQueue> first(new RQueue(16, 64, CString("1"))), second(new RQueue(16, 64, CString("2")));
+// Producer -> filter -> consumer on three component threads, both queues limited.
+void threeStages(unsigned int frames, const Limits& limits, bool shared, const FrameSource& frame) {
+    RPtr<RQueue> first(new RQueue(limits.low, limits.high, CString("1")));
+    RPtr<RQueue> second(new RQueue(limits.low, limits.high, CString("2")));
     RPtr<Producer> producer(new Producer(frames, frame));
     RPtr<Pass> filter(new Pass(shared));
     RPtr<Sink> sink(new Sink(shared));
@@ -316,8 +334,10 @@ void BM_ThreeStagePipeline(benchmark::State& state) {
     const unsigned int frames = framesFor(size);
     const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     const long faultsBefore = minorFaults();
+    const Limits limits(size);
     for (auto _ : state) {
-        threeStages(frames, state.range(1) != 0, [&pool](unsigned int i) { return pool[i]; });
+        threeStages(frames, limits, state.range(1) != 0,
+                    [&pool](unsigned int i) { return pool[i]; });
     }
     countFaults(state, faultsBefore, frames);
     state.SetItemsProcessed(state.iterations() * frames);
@@ -339,10 +359,11 @@ bool runOnce(int argc, char** argv) {
     }
     const unsigned int size = number(3);
     const FrameSource fresh = [size](unsigned int) { return zeroFrame(size); };
+    const Limits limits(size);
     if (fanout) {
-        fanOut(number(5), static_cast<int>(number(4)), true, true, fresh);
+        fanOut(number(5), static_cast<int>(number(4)), &limits, true, fresh);
     } else {
-        threeStages(number(4), true, fresh);
+        threeStages(number(4), limits, true, fresh);
     }
     return true;
 }
