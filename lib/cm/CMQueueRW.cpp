@@ -207,12 +207,17 @@ RPtr<const RFrame> RQFrameReader::nextSharedFrame() {
 
 RQNode* RQFrameReader::step(RPtr<const RFrame>* hold) {
     RQueue& q = *mQueue;
+    // The node this reader leaves behind is held until the mutex is released: when the
+    // queue drops it and no one else holds it, the frame is destroyed after the unlock
+    // rather than inside the lock, where its destruction would hold up the writer.
+    RPtr<const RQNode> left;
     std::lock_guard<CMutex> lock(q.mMutex);
     for (;;) {
         const bool mayProceed = mayProceedLocked();
         forgetClearedPositionLocked();
         if (mayProceed) {
             if (mCurrent && mCurrent->getNext()) {
+                left = mCurrent;
                 mCurrent = q.nextNode(mCurrent);
                 break;
             }
@@ -222,6 +227,7 @@ RQNode* RQFrameReader::step(RPtr<const RFrame>* hold) {
             }
             if (q.getEndOfQueue()) {
                 // Past the last node: mark it read and hand out null.
+                left = mCurrent;
                 mCurrent = mCurrent ? q.nextNode(mCurrent) : q.firstNode();
                 break;
             }
