@@ -53,6 +53,9 @@ protected:
     // Handles pending notifications; false while the component is paused, CThreadAbort
     // once it is aborted. Queue mutex held.
     bool mayProceedLocked();
+    // Whether signalHighLimit() or signalLowLimit() would broadcast now. Queue mutex held.
+    bool readersToWakeLocked() const noexcept;
+    bool writersToWakeLocked() const noexcept;
     void registerWakeCondition(CCondition& condition);
     void unregisterWakeCondition(CCondition& condition) noexcept;
 
