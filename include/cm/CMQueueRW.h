@@ -192,7 +192,8 @@ public:
 private:
     RQFrameReader* mReader = nullptr;
     RPtr<const RAudioDescription> mDescription;
-    RPtr<RFrame> mCurrentFrame;
+    // Read shared: the adapter only copies samples out of it.
+    RPtr<const RFrame> mCurrentFrame;
     unsigned int mOffset = 0;
     unsigned int mDataFormat = 0;
     CTimeStamp mStartTime;

@@ -410,7 +410,7 @@ RQSampleReader::RQSampleReader(RQFrameReader* reader) {
 void RQSampleReader::initWithReader(RQFrameReader* reader) {
     mReader = reader;
     mDescription = static_cast<const RAudioDescription*>(reader->getDescriptionP());
-    mCurrentFrame = reader->nextFrame();
+    mCurrentFrame = reader->nextSharedFrame();
     mOffset = 0;
     if (mCurrentFrame) {
         mDataFormat = mCurrentFrame->getDataFormat();
@@ -435,7 +435,7 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
         if (available >= wanted) {
             break;
         }
-        mCurrentFrame = mReader->nextFrame();
+        mCurrentFrame = mReader->nextSharedFrame();
         wanted -= available;
         if (!mCurrentFrame) {
             return count - samplesIn(wanted, bytesPerSample);
@@ -447,7 +447,7 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
     wanted -= available;
     if (mOffset + available >= mCurrentFrame->getSize()) {
         // The frame is used up: take the next one now (this may wait).
-        mCurrentFrame = mReader->nextFrame();
+        mCurrentFrame = mReader->nextSharedFrame();
         mOffset = 0;
     } else {
         mOffset += available;
