@@ -197,8 +197,7 @@ public:
 private:
     RQFrameReader* mReader = nullptr;
     RPtr<const RAudioDescription> mDescription;
-    // Read shared: the adapter only copies samples out of it.
-    RPtr<const RFrame> mCurrentFrame;
+    RPtr<RFrame> mCurrentFrame;
     unsigned int mOffset = 0;
     unsigned int mDataFormat = 0;
     CTimeStamp mStartTime;

@@ -443,7 +443,7 @@ RQSampleReader::RQSampleReader(RQFrameReader* reader) {
 void RQSampleReader::initWithReader(RQFrameReader* reader) {
     mReader = reader;
     mDescription = static_cast<const RAudioDescription*>(reader->getDescriptionP());
-    mCurrentFrame = reader->nextSharedFrame();
+    mCurrentFrame = reader->nextFrame();
     mOffset = 0;
     if (mCurrentFrame) {
         mDataFormat = mCurrentFrame->getDataFormat();
@@ -471,7 +471,7 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
         if (available >= wanted) {
             break;
         }
-        mCurrentFrame = mReader->nextSharedFrame();
+        mCurrentFrame = mReader->nextFrame();
         wanted -= available;
         if (!mCurrentFrame) {
             return count - samplesIn(wanted, bytesPerSample);
@@ -483,7 +483,7 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
     wanted -= available;
     if (mOffset + available >= mCurrentFrame->getSize()) {
         // The frame is used up: take the next one now (this may wait).
-        mCurrentFrame = mReader->nextSharedFrame();
+        mCurrentFrame = mReader->nextFrame();
         mOffset = 0;
     } else {
         mOffset += available;
