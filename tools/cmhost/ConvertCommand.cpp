@@ -9,6 +9,8 @@
 #include "Host.h"
 #include "Pipeline.h"
 
+#include <fcntl.h>
+
 #include <cstdio>
 
 namespace cmhost {
@@ -53,15 +55,20 @@ int runConvert(const GlobalOptions& global, const Words& args) {
         filters.push_back(parseFilter(text));
     }
     const Host host(global.config, global.verbose);
+    Input input = openInput(host, line.positional(0, "INPUT"));
     Pipeline pipeline;
-    ZR::CM::RQueue* queue = pipeline.addQueue("imported");
-    addImporter(host, pipeline, line.positional(0, "INPUT"), queue);
+    ZR::CM::RQueue* queue = pipeline.addQueue("", "imported");
+    addImporter(host, pipeline, input, {queue});
     for (const FilterSpec& filter : filters) {
-        ZR::CM::RQueue* next = pipeline.addQueue(filter.name);
-        addFilter(host, pipeline, "filter", filter.name, filter.settings, queue, next);
+        ZR::CM::RQueue* next = pipeline.addQueue("", filter.name);
+        const StageChoice choice{host.componentNamed(filter.name, "filter"), ZR::kAnyFourCC,
+                                 ZR::kAnyFourCC, filter.settings};
+        addStage(host, pipeline, filter.name, choice, queue, next);
         queue = next;
     }
-    addFileExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
+    const std::string output = line.positional(1, "OUTPUT");
+    addExporter(host, pipeline, exporterTaking(host, output, {}),
+                host.openStream(output, O_RDWR | O_CREAT | O_TRUNC), {}, {queue});
     return runPipeline(pipeline, "convert");
 }
 

@@ -103,7 +103,9 @@ int main(int argc, char** argv) {
         }
         return 2;
     } catch (const cmhost::HostError& e) {
-        std::fprintf(stderr, "cmhost: %s: %s\n", e.what(), ZR::CM::stringWithResultCode(e.code()));
+        std::fprintf(stderr, "cmhost: %s: %s%s%s\n", e.what(),
+                     ZR::CM::stringWithResultCode(e.code()), e.detail().empty() ? "" : ": ",
+                     e.detail().c_str());
         return 1;
     } catch (const ZR::CException& e) {
         std::fprintf(stderr, "cmhost: %s\n", e.getMessage());
