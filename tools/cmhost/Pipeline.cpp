@@ -118,12 +118,9 @@ int Pipeline::resultOf(ZR::CM::RComponent& component) {
     return code != 0 ? code : component.getRunResult();
 }
 
-// A component records its failure in its status as it fails, and may then go on reading
-// its inputs so that nothing upstream waits on it; the run fails from that moment.
 bool Pipeline::anyFailed() const {
     for (const Stage& stage : mStages) {
-        if (stage.component->getStatus().mExtra != 0 ||
-            (stage.component->getRunningThreadCount() == 0 && resultOf(*stage.component) != 0)) {
+        if (stage.component->getRunningThreadCount() == 0 && resultOf(*stage.component) != 0) {
             return true;
         }
     }
@@ -161,7 +158,7 @@ void Pipeline::waitForStages(bool showProgress) {
         if (anyFailed()) {
             for (Stage& stage : mStages) {
                 if (stage.component->getRunningThreadCount() != 0) {
-                    stage.aborted = resultOf(*stage.component) == 0;
+                    stage.aborted = true;
                     stage.component->abort();
                 }
             }
