@@ -1,6 +1,7 @@
 #include "rtsp.importer/RtspImporter.h"
 
 #include "common/MovieTracks.h"
+#include "common/TrackChoice.h"
 #include "rtsp.importer/RtpPackets.h"
 
 #include <cm/CMComponentStatus.h>
@@ -65,7 +66,9 @@ RRtspImporter::RRtspImporter()
                                   {"timeout", SettingSpec::Kind::kInteger, 1, 3600, nullptr,
                                    SettingSpec::Target::kComponent, nullptr, "10"},
                                   {"seconds", SettingSpec::Kind::kInteger, 0, 1000000000, nullptr,
-                                   SettingSpec::Target::kComponent, nullptr, "0"}}) {}
+                                   SettingSpec::Target::kComponent, nullptr, "0"},
+                                  {"tracks", SettingSpec::Kind::kText, 0, 0, nullptr,
+                                   SettingSpec::Target::kComponent, nullptr, nullptr}}) {}
 
 int RRtspImporter::init(RPtr<ZR::CM::RStream> stream, std::vector<ZR::CM::RQueue*>& outputs) {
     mRun.clear();
@@ -92,7 +95,14 @@ void RRtspImporter::close() noexcept {
 
 int RRtspImporter::takeSettings(ZR::CM::RImporterConfiguration& configuration) {
     std::string why;
-    const int result = mSettings.configure(configuration, why);
+    int result = mSettings.configure(configuration, why);
+    std::vector<int> trackOfQueue;
+    if (result == ZR::CM::kResultOK && !mSettings.get("tracks").empty()) {
+        // Before the source is open any track number may be there.
+        const std::size_t tracks = isOpen() ? mSources.size() : 100000;
+        result =
+            chooseTracks(mSettings.get("tracks"), tracks, 0, "rtsp importer", trackOfQueue, why);
+    }
     if (result != ZR::CM::kResultOK) {
         mConfigureResult = result;
         mConfigureWhy = why;
@@ -208,7 +218,7 @@ int RRtspImporter::runloop(zrbase::object_refcount*) {
 }
 
 void RRtspImporter::record() {
-    if (std::min<std::size_t>(mSources.size(), static_cast<std::size_t>(mWriterCount)) == 0) {
+    if (mSources.empty() || mWriterCount <= 0) {
         return;
     }
     mSeconds = std::stod(mSettings.get("seconds"));
@@ -248,15 +258,28 @@ int RRtspImporter::start(bool interleaved, bool& retry, std::string& why) {
     mTransport.reset();
     mGateOpen = false;
     mFinishing = false;
-    const std::size_t count =
-        std::min<std::size_t>(mSources.size(), static_cast<std::size_t>(mWriterCount));
+    std::vector<int> trackOfQueue;
+    const int chosen =
+        chooseTracks(mSettings.get("tracks"), mSources.size(),
+                     static_cast<std::size_t>(mWriterCount), "rtsp importer", trackOfQueue, why);
+    if (chosen != ZR::CM::kResultOK) {
+        return chosen;
+    }
+    std::vector<std::size_t> queues;  // of the tracks set up, in queue order
+    for (std::size_t queue = 0; queue < trackOfQueue.size(); ++queue) {
+        if (trackOfQueue[queue] >= 0) {
+            queues.push_back(queue);
+        }
+    }
+    const std::size_t count = queues.size();
     std::unique_ptr<CUdpTransport> udp(interleaved ? nullptr : new CUdpTransport);
     if (udp && !udp->open(count, why)) {
         return ZR::CM::kResultUnspecified;
     }
     std::vector<CRtspClient::Transport> replies(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const Source& source = mSources[i];
+        const std::size_t queue = queues[i];
+        const Source& source = mSources[static_cast<std::size_t>(trackOfQueue[queue])];
         CodedFormat format;
         std::unique_ptr<CRtpDepacketizer> depacketizer =
             CRtpDepacketizer::create(source.media.format, format, why);
@@ -264,7 +287,8 @@ int RRtspImporter::start(bool interleaved, bool& retry, std::string& why) {
         Output output;
         output.track.reset(
             new CRtpTrack(std::move(depacketizer), format, source.media.format.payloadType));
-        output.writer = mWriters[i];
+        output.writer = mWriters[queue];
+        output.source = static_cast<std::size_t>(trackOfQueue[queue]);
         output.url = mClient->controlUrl(source.media.control);
         const int result =
             mClient->setup(output.url, transportFor(i, udp.get()), replies[i], retry, why);
@@ -485,8 +509,9 @@ std::string RRtspImporter::summary() const {
     std::string text;
     for (std::size_t i = 0; i < mOutputs.size(); ++i) {
         const Output& output = mOutputs[i];
-        text += (i == 0 ? "" : "; ") + std::string("track ") + std::to_string(i + 1) + " (" +
-                fourccText(mSources[i].format.codec) + "): " + output.track->summary();
+        text += (i == 0 ? "" : "; ") + std::string("track ") + std::to_string(output.source + 1) +
+                " (" + fourccText(mSources[output.source].format.codec) +
+                "): " + output.track->summary();
         if (output.early > 0) {
             text += ", " + std::to_string(output.early) + " before the start";
         }

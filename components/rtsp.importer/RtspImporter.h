@@ -27,8 +27,9 @@
 //
 // Tracks: the media blocks of the description whose payload format has a depacketizer, in
 // description order, numbered from 1; the rest are left out and logged. Queue i carries
-// track i; tracks without a queue are not set up, and queues without a track end at once
-// without a description. A track's description is set before its first frame.
+// track i, or the i-th of the "tracks" setting (common/TrackChoice.h); tracks without a
+// queue are not set up, and queues without a track end without a description. A track's
+// description is set before its first frame.
 //
 // Settings (preconfigure() or configure(); CAvSettings rejects anything else):
 //   "url"        rtsp://[user:password@]host[:port]/path (required)
@@ -36,6 +37,7 @@
 //   "timeout"    seconds to wait for a reply, and for media before taking the stream as
 //                ended (10)
 //   "seconds"    the length to record, in media seconds; 0 records to the end (0)
+//   "tracks"     the track numbers for the queues, in queue order ("2,1"); all by default
 //
 // Failures (openSource()'s result, or the status of the run): a missing or wrong URL, a
 // server that cannot be reached or refuses a request, kResultFileOpenFailed; no RTSP reply,
@@ -99,6 +101,7 @@ private:
     struct Output {
         std::unique_ptr<CRtpTrack> track;
         ZR::CM::RQFrameWriter* writer = nullptr;
+        std::size_t source = 0;        // its track in mSources
         std::string url;               // its control URL
         bool described = false;        // its queue has its description
         bool finished = false;         // it has reached the length to record
