@@ -92,9 +92,12 @@ void CH264Depacketizer::push(const CRtpPacket& packet, bool afterLoss, Sink& sin
 }
 
 void CH264Depacketizer::flush(Sink& sink) {
-    if (mOpen) {
+    // A unit cut before its picture (only an access unit delimiter, parameter sets or SEI
+    // came) decodes to nothing: it goes, as the packets after it that never came.
+    if (mOpen && mPicture) {
         end(sink);
     }
+    mOpen = false;
 }
 
 void CH264Depacketizer::begin(std::uint32_t timestamp) {
@@ -103,6 +106,7 @@ void CH264Depacketizer::begin(std::uint32_t timestamp) {
     mOpen = true;
     mDamaged = false;
     mKey = false;
+    mPicture = false;
     mInFragment = false;
 }
 
@@ -136,7 +140,9 @@ void CH264Depacketizer::appendNal(const unsigned char* nal, std::size_t size) {
     if (!fits(kStartCodeSize + size)) {
         return;
     }
-    mKey = mKey || h264NalType(nal[0]) == kH264NalIdrSlice;
+    const unsigned int type = h264NalType(nal[0]);
+    mKey = mKey || type == kH264NalIdrSlice;
+    mPicture = mPicture || (type >= 1 && type <= kH264NalIdrSlice);
     appendAnnexB(mUnit, nal, size);
 }
 

@@ -1,7 +1,8 @@
 // CH264Depacketizer: H.264 over RTP (RFC 6184) in the single NAL unit and non-interleaved
 // modes: single NAL unit packets, STAP-A aggregates and FU-A fragments become access units
 // in Annex B form (each NAL unit after a 00 00 00 01 start code), one per RTP timestamp,
-// ended by the marker bit or by the first packet of the next timestamp.
+// ended by the marker bit or by the first packet of the next timestamp; at the end of the
+// stream a unit still open is handed on when it holds a slice.
 //
 // The description's private data holds the parameter sets of sprop-parameter-sets, also
 // in Annex B form, and the picture size and profile read from its sequence parameter set;
@@ -53,6 +54,7 @@ private:
     bool mOpen = false;           // a unit is being put together
     bool mDamaged = false;        // it lost a part
     bool mKey = false;            // it holds an IDR slice
+    bool mPicture = false;        // it holds a slice
     bool mInFragment = false;     // a FU-A has started and not ended
     NalUnit mSequenceParameters;  // the last sent in band
     NalUnit mPictureParameters;

@@ -64,6 +64,7 @@ const CRtpPayloadFormat kL16 = payloadFormat("L16", 44100, 2);
 const Bytes kSps{0x67, 0x42, 0xC0, 0x0D, 0xDA};
 const Bytes kPps{0x68, 0xCE, 0x0F, 0xC8};
 const Bytes kSlice{0x41, 0x9A, 0x02, 0x03};
+const Bytes kAud{0x09, 0xF0};
 
 Bytes idr(std::size_t size) {
     Bytes nal{0x65};
@@ -147,6 +148,11 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
          kH264,
          {{0, false, kSlice}, nextSlice},
          {{annexB({kSlice}), 0, false}, sliceUnit},
+         0},
+        {"cut at the end before its picture",
+         kH264,
+         {nextSlice, {9000, false, kAud}},
+         {sliceUnit},
          0},
         {"FU-A without its start",
          kH264,
