@@ -118,7 +118,8 @@ TEST_P(RtspImporterRecordingTest, RecordsGStreamerServerIntoMp4) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, RtspImporterRecordingTest,
-                         testing::Values(Recording{"udp", "none"}, Recording{"tcp", "digest"},
+                         testing::Values(Recording{"udp", "none"}, Recording{"udp", "digest"},
+                                         Recording{"tcp", "none"}, Recording{"tcp", "digest"},
                                          Recording{"auto", "basic"}),
                          [](const testing::TestParamInfo<Recording>& info) {
                              return std::string(info.param.transport) + "_" + info.param.auth;
