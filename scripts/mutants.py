@@ -326,7 +326,7 @@ class Suite:
     def run(self, area, all_killers):
         """Runs the area's tests; returns the status and the tests that killed the mutant."""
         killers = []
-        timed_out = False
+        failed = False
         for program in TESTS_OF_AREA.get(area, ALL_TESTS):
             tests = self.tests.get(program, [])
             pending = list(tests)
@@ -346,12 +346,13 @@ class Suite:
                         status, _ = future.result()
                         if status != "passed":
                             killers.append(f"{program}:{test}")
-                            timed_out |= status == "timeout"
+                            failed |= status == "failed"
             if killers and not all_killers:
                 break
         if not killers:
             return "survived", []
-        return ("timeout" if timed_out and not all_killers else "killed"), sorted(killers)
+        # Killed by time-out: the mutant made tests hang and none fail outright.
+        return ("killed" if failed else "timeout"), sorted(killers)
 
 
 def configure(build_dir):
