@@ -17,6 +17,8 @@ compare their strength.
     scripts/mutants.py [--seed N] [--count N] [--files GLOB]... [--killers] [--json FILE]
     scripts/mutants.py --list [...]            # print the sample without running it
     scripts/mutants.py --report FILE           # the tests that alone kill some mutant
+    scripts/mutants.py --shard 2/3 [...]       # one of three parts, e.g. in another clone
+    scripts/mutants.py --summary FILE...       # the parts' results together
 
 --killers runs every test of each mutant instead of stopping at the first failure and
 records in the JSON file which tests killed it; --report reads such a file back.
@@ -422,7 +424,7 @@ def summarize(results, counts, seconds):
             print(f"  {r['file']}:{r['line']}: {r['what']}")
     print(f"\nkilled {counts['killed']}, timed out {counts['timeout']}, "
           f"survived {counts['survived']}, did not compile {counts['uncompilable']}; "
-          f"score {score:.1f}% of {tested} in {seconds / 60:.1f} min")
+          f"score {score:.1f}% of {tested}" + (f" in {seconds / 60:.1f} min" if seconds else ""))
 
 
 def report(path, build_dir):
@@ -462,12 +464,28 @@ def main():
                         help="leave out the tests whose Suite.Name matches this regular expression "
                              "(default: the slow ones that drive outside programs)")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
+    parser.add_argument("--shard", metavar="K/N",
+                        help="run only the K-th of N interleaved parts of the sample, so that "
+                             "N clones of the checkout can share the work")
+    parser.add_argument("--summary", metavar="FILE", nargs="+",
+                        help="the counts and survivors of one or more JSON files together")
     parser.add_argument("--report", metavar="FILE", help="summarize a --killers JSON file")
     args = parser.parse_args()
     if args.report:
         report(args.report, os.path.join(ROOT, args.build))
         return
+    if args.summary:
+        results = [r for path in args.summary for r in json.load(open(path))["mutants"]]
+        results.sort(key=lambda r: (r["file"], r["line"], r["col"], r["what"]))
+        counts = {"killed": 0, "timeout": 0, "survived": 0, "uncompilable": 0}
+        for r in results:
+            counts[r["status"]] += 1
+        summarize(results, counts, 0)
+        return
     mutants = sample(all_mutants(args.files), args.count, args.seed)
+    if args.shard:
+        k, n = (int(x) for x in args.shard.split("/"))
+        mutants = mutants[k - 1::n]
     if args.list:
         for m in mutants:
             print(f"{m.file}:{m.line}: {m.what}")
