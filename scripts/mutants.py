@@ -16,12 +16,14 @@ compare their strength.
 
     scripts/mutants.py [--seed N] [--count N] [--files GLOB]... [--killers] [--json FILE]
     scripts/mutants.py --list [...]            # print the sample without running it
-    scripts/mutants.py --report FILE           # the tests that alone kill some mutant
+    scripts/mutants.py --report FILE... [--keep REGEX]  # which tests kill what
     scripts/mutants.py --shard 2/3 [...]       # one of three parts, e.g. in another clone
     scripts/mutants.py --summary FILE...       # the parts' results together
 
 --killers runs every test of each mutant instead of stopping at the first failure and
-records in the JSON file which tests killed it; --report reads such a file back.
+records in the JSON file which tests killed it; --report reads such files back: the tests
+that alone kill some mutant, and a small set of tests (with those matching --keep) that
+kills every mutant the suite kills, so that the tests outside it kill nothing of their own.
 """
 
 import argparse
@@ -427,11 +429,12 @@ def summarize(results, counts, seconds):
           f"score {score:.1f}% of {tested}" + (f" in {seconds / 60:.1f} min" if seconds else ""))
 
 
-def report(path, build_dir):
-    """The tests that alone kill some mutant of the sample, and those that kill nothing of
-    their own: only mutants that other tests kill too, or none."""
-    with open(path) as f:
-        results = json.load(f)["mutants"]
+def report(paths, build_dir, keep):
+    """The tests that alone kill some mutant of the sample; then, starting from those and
+    the tests matching `keep`, a small set of tests that still kills every mutant the whole
+    suite kills (chosen greedily, most mutants first), and the tests outside it: each of
+    those kills only mutants that the set kills too."""
+    results = [r for path in paths for r in json.load(open(path))["mutants"]]
     sole = {}
     for r in results:
         if len(r["killers"]) == 1:
@@ -441,11 +444,21 @@ def report(path, build_dir):
         print(f"  {test}: {len(sole[test])}")
         for where in sole[test]:
             print(f"    {where}")
-    print("\ntests that kill nothing of their own:")
-    for test in (f"{p}:{t}" for p in ALL_TESTS for t in list_tests(build_dir, p)):
-        if test not in sole:
+
+    tests = [f"{p}:{t}" for p in ALL_TESTS for t in list_tests(build_dir, p)]
+    kept = set(sole) | {t for t in tests if keep and re.search(keep, t)}
+    open_mutants = [set(r["killers"]) for r in results
+                    if r["killers"] and not kept & set(r["killers"])]
+    while open_mutants:
+        best = max(sorted({t for k in open_mutants for t in k}),
+                   key=lambda t: sum(t in k for k in open_mutants))
+        kept.add(best)
+        open_mutants = [k for k in open_mutants if best not in k]
+    print(f"\n{len(kept)} of {len(tests)} tests kill every mutant the suite kills; the others:")
+    for test in tests:
+        if test not in kept:
             kills = sum(test in r["killers"] for r in results)
-            print(f"  {test} (kills {kills} that others kill too)")
+            print(f"  {test} (kills {kills})")
 
 
 def main():
@@ -469,10 +482,13 @@ def main():
                              "N clones of the checkout can share the work")
     parser.add_argument("--summary", metavar="FILE", nargs="+",
                         help="the counts and survivors of one or more JSON files together")
-    parser.add_argument("--report", metavar="FILE", help="summarize a --killers JSON file")
+    parser.add_argument("--report", metavar="FILE", nargs="+",
+                        help="which tests the --killers JSON files say kill what")
+    parser.add_argument("--keep", help="with --report: tests (program:Suite.Name) kept whatever "
+                                       "they kill, a regular expression")
     args = parser.parse_args()
     if args.report:
-        report(args.report, os.path.join(ROOT, args.build))
+        report(args.report, os.path.join(ROOT, args.build), args.keep)
         return
     if args.summary:
         results = [r for path in args.summary for r in json.load(open(path))["mutants"]]
