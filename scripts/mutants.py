@@ -327,32 +327,37 @@ class Suite:
             for test, future in futures:
                 yield test, future.result()
 
-    def run(self, area, all_killers):
-        """Runs the area's tests; returns the status and the tests that killed the mutant."""
+    def order(self, area, first):
+        """The area's tests as (program, test): those matching `first` ahead of the rest,
+        each part in the order of the area's programs."""
+        tests = [(p, t) for p in TESTS_OF_AREA.get(area, ALL_TESTS) for t in self.tests.get(p, [])]
+        ahead = [pt for pt in tests if first and re.search(first, f"{pt[0]}:{pt[1]}")]
+        return ahead + [pt for pt in tests if pt not in ahead]
+
+    def run(self, area, all_killers, first):
+        """Runs the area's tests, all of them or up to the first failure; returns the status
+        and the tests that killed the mutant."""
         killers = []
         failed = False
-        for program in TESTS_OF_AREA.get(area, ALL_TESTS):
-            tests = self.tests.get(program, [])
-            pending = list(tests)
-            with ThreadPoolExecutor(self.jobs) as pool:
-                running = {}
-                while pending or running:
-                    while pending and len(running) < self.jobs and (all_killers or not killers):
-                        test = pending.pop(0)
-                        # A test far slower than it is unmutated hangs: killed by time-out.
-                        limit = 3 * self.seconds[(program, test)] + 10
-                        running[pool.submit(run_test, self.build_dir, program, test, limit)] = test
-                    if not running:
-                        break
-                    done, _ = wait(running, return_when=FIRST_COMPLETED)
-                    for future in done:
-                        test = running.pop(future)
-                        status, _ = future.result()
-                        if status != "passed":
-                            killers.append(f"{program}:{test}")
-                            failed |= status == "failed"
-            if killers and not all_killers:
-                break
+        pending = self.order(area, first)
+        with ThreadPoolExecutor(self.jobs) as pool:
+            running = {}
+            while pending or running:
+                while pending and len(running) < self.jobs and (all_killers or not killers):
+                    program, test = pending.pop(0)
+                    # A test far slower than it is unmutated hangs: killed by time-out.
+                    limit = 3 * self.seconds[(program, test)] + 10
+                    future = pool.submit(run_test, self.build_dir, program, test, limit)
+                    running[future] = f"{program}:{test}"
+                if not running:
+                    break
+                done, _ = wait(running, return_when=FIRST_COMPLETED)
+                for future in done:
+                    test = running.pop(future)
+                    status, _ = future.result()
+                    if status != "passed":
+                        killers.append(test)
+                        failed |= status == "failed"
         if not killers:
             return "survived", []
         # Killed by time-out: the mutant made tests hang and none fail outright.
@@ -398,7 +403,7 @@ def run(args, mutants):
             try:
                 with open(log_path, "w") as log:
                     built = build(build_dir, log)
-                status, killed_by = (suite.run(area_of(m.file), args.killers)
+                status, killed_by = (suite.run(area_of(m.file), args.killers, args.first)
                                      if built else ("uncompilable", []))
             finally:
                 checkout.restore()
@@ -473,6 +478,10 @@ def main():
                         help="run every test of each mutant and record which kill it")
     parser.add_argument("--json", help="write the results to this file")
     parser.add_argument("--jobs", type=int, default=2, help="tests run at once")
+    parser.add_argument("--first", metavar="REGEX",
+                        help="run the tests (program:Suite.Name) matching this first; without "
+                             "--killers the test recorded as a mutant's killer is then one of "
+                             "them whenever any of them kills it")
     parser.add_argument("--skip", default=SKIP,
                         help="leave out the tests whose Suite.Name matches this regular expression "
                              "(default: the slow ones that drive outside programs)")
