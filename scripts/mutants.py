@@ -489,6 +489,9 @@ def main():
     parser.add_argument("--shard", metavar="K/N",
                         help="run only the K-th of N interleaved parts of the sample, so that "
                              "N clones of the checkout can share the work")
+    parser.add_argument("--done", metavar="FILE", nargs="+",
+                        help="leave out the mutants these JSON files already hold (to go on "
+                             "with a run that was stopped, or to split the rest anew)")
     parser.add_argument("--summary", metavar="FILE", nargs="+",
                         help="the counts and survivors of one or more JSON files together")
     parser.add_argument("--report", metavar="FILE", nargs="+",
@@ -508,6 +511,10 @@ def main():
         summarize(results, counts, 0)
         return
     mutants = sample(all_mutants(args.files), args.count, args.seed)
+    if args.done:
+        done = {Mutant(**{k: r[k] for k in ("file", "line", "col", "old", "new", "what")}).key()
+                for path in args.done for r in json.load(open(path))["mutants"]}
+        mutants = [m for m in mutants if m.key() not in done]
     if args.shard:
         k, n = (int(x) for x in args.shard.split("/"))
         mutants = mutants[k - 1::n]
