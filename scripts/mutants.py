@@ -466,6 +466,13 @@ def report(paths, build_dir, keep):
             print(f"  {test} (kills {kills})")
 
 
+def recorded(paths, statuses):
+    """The keys of the mutants that the JSON files record with one of the statuses."""
+    fields = ("file", "line", "col", "old", "new", "what")
+    return {Mutant(**{k: r[k] for k in fields}).key()
+            for path in paths for r in json.load(open(path))["mutants"] if r["status"] in statuses}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--seed", type=int, default=1)
@@ -492,6 +499,9 @@ def main():
     parser.add_argument("--done", metavar="FILE", nargs="+",
                         help="leave out the mutants these JSON files already hold (to go on "
                              "with a run that was stopped, or to split the rest anew)")
+    parser.add_argument("--recheck", metavar="FILE", nargs="+",
+                        help="run only the mutants these JSON files record as killed: after "
+                             "tests were removed, the ones that may have come back to life")
     parser.add_argument("--summary", metavar="FILE", nargs="+",
                         help="the counts and survivors of one or more JSON files together")
     parser.add_argument("--report", metavar="FILE", nargs="+",
@@ -512,9 +522,11 @@ def main():
         return
     mutants = sample(all_mutants(args.files), args.count, args.seed)
     if args.done:
-        done = {Mutant(**{k: r[k] for k in ("file", "line", "col", "old", "new", "what")}).key()
-                for path in args.done for r in json.load(open(path))["mutants"]}
+        done = recorded(args.done, ("killed", "timeout", "survived", "uncompilable"))
         mutants = [m for m in mutants if m.key() not in done]
+    if args.recheck:
+        killed = recorded(args.recheck, ("killed", "timeout"))
+        mutants = [m for m in mutants if m.key() in killed]
     if args.shard:
         k, n = (int(x) for x in args.shard.split("/"))
         mutants = mutants[k - 1::n]
