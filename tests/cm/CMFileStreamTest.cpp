@@ -35,10 +35,6 @@ Bytes pattern(size_t size) {
 
 using cmtest::writeFile;
 
-int openCode(const std::string& path, unsigned int flags, unsigned char mode) {
-    return RFileStream(RURI(path.c_str()), flags, mode).open();
-}
-
 Bytes readAll(const std::string& path, unsigned char mode, long long chunk) {
     RFileStream stream(RURI(path.c_str()), O_RDONLY, mode);
     EXPECT_EQ(stream.open(), 0);
@@ -98,56 +94,6 @@ TEST(CMFileStreamTest, MappedSeeksAndMapLengthStayInsideTheFile) {
     EXPECT_EQ(created.size(), 5);
 }
 
-TEST(CMFileStreamTest, OpenReportsWhyItFailed) {
-    cmtest::TempDir dir;
-    EXPECT_EQ(openCode(dir.file("missing"), O_RDONLY, 0), kResultFileOpenFailed);
-    EXPECT_EQ(openCode(dir.file("new"), O_RDWR | O_CREAT, 0), 0);
-    EXPECT_EQ(openCode("file://" + dir.path(), O_RDONLY, 1), kResultFileOpenFailed);
-    ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(openCode(dir.file("fifo"), O_RDONLY, 0), kResultFileOpenFailed);  // no wait
-    std::filesystem::create_symlink("fifo", dir.file("fifolink"));
-    EXPECT_EQ(openCode(dir.file("fifolink"), O_WRONLY, 0), kResultFileOpenFailed);
-    std::filesystem::create_symlink("loop2", dir.file("loop1"));
-    std::filesystem::create_symlink("loop1", dir.file("loop2"));
-    EXPECT_EQ(openCode(dir.file("loop1"), O_RDONLY, 1), kResultSymbolicLinkFailed);
-
-    // A device cannot be mapped: mapped reads then fail instead of using a bad address.
-    RFileStream null(RURI("/dev/null"), O_RDONLY, 1);
-    EXPECT_EQ(null.open(), 0);
-    unsigned char byte;
-    EXPECT_EQ(null.read(&byte, 1), -1);
-}
-
-TEST(CMFileStreamTest, OpenWithoutPermissionGivesFileOrLinkCode) {
-    // A child drops root's privileges and opens a file in a directory it may not search,
-    // a link into that directory, and an unreadable file; its exit status says which of
-    // the three codes differed from the expected one.
-    cmtest::TempDir dir;
-    std::filesystem::create_directory(dir.file("locked"));
-    writeFile(dir.file("locked/f"), pattern(4));
-    writeFile(dir.file("secret"), pattern(4));
-    std::filesystem::create_symlink(dir.file("locked/f"), dir.file("link"));
-    ASSERT_EQ(::chmod(dir.path().c_str(), 0755) | ::chmod(dir.file("locked").c_str(), 0700) |
-                  ::chmod(dir.file("secret").c_str(), 0600),
-              0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) {
-            ::_exit(8);
-        }
-        ::_exit((openCode(dir.file("locked/f"), O_RDONLY, 0) != kResultFileOpenFailed) |
-                (openCode(dir.file("link"), O_RDONLY, 0) != kResultSymbolicLinkFailed) << 1 |
-                (openCode(dir.file("secret"), O_RDONLY, 0) != kResultFileOpenFailed) << 2);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 8) {
-        GTEST_SKIP() << "cannot drop privileges";
-    }
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-}
-
 TEST(CMFileStreamTest, MappedLinkReadsLinkLengthAndZerosPastItsTarget) {
     cmtest::TempDir dir;
     const std::string target = dir.file("target-with-a-long-name");
@@ -158,30 +104,6 @@ TEST(CMFileStreamTest, MappedLinkReadsLinkLengthAndZerosPastItsTarget) {
     EXPECT_TRUE(readAll(dir.file("link"), 1, 7) == linkLength);
     writeFile(target, {});  // past the end of the file: zeros, never a fault
     EXPECT_TRUE(readAll(dir.file("link"), 1, 64) == Bytes(target.size(), 0));
-}
-
-TEST(CMFileStreamTest, TempStreamIsOpenUnlinkedAndNamedByTemplate) {
-    cmtest::TempDir dir;
-    auto& conf = ZR::CM::sys_conf::instance();
-    for (const std::string& setting : {dir.path(), dir.path() + "/"}) {
-        conf.set_value("common.temp-path", setting.c_str());
-        const auto stream = RFileStream::getTempStream();
-        const std::string uri = stream->getURI().c_str();
-        EXPECT_EQ(uri.rfind("file://" + dir.path() + "/", 0), 0u) << uri;
-        EXPECT_EQ(uri.size(), 7 + dir.path().size() + 17);
-        EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-    }
-    conf.set_value("common.temp-path", dir.file("missing").c_str());
-    try {
-        RFileStream::getTempStream();
-        ADD_FAILURE() << "no exception";
-    } catch (const ZR::CException& e) {
-        EXPECT_EQ(e.getLine(), 210);
-        EXPECT_STREQ(e.getFile(), "lib/cm/CMFileStream");
-        EXPECT_EQ(e.getMessage(), "Failed to create temporary file: '" + dir.file("missing") +
-                                      "/XXXXXXXXXXXXXXXX'");
-    }
-    conf.set_value("common.temp-path", "");
 }
 
 }  // namespace

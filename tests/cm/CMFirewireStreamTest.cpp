@@ -19,14 +19,4 @@ TEST(CMFirewireStreamTest, FactoryStreamTransfersNothing) {
     EXPECT_EQ(stream->close(), 0);
 }
 
-TEST(CMFirewireStreamTest, TempStreamLeavesItsFileInTmp) {
-    const auto stream = ZR::CM::RFirewireStream::getTempStream();
-    const std::string path = std::string(stream->getURI().c_str()).substr(7);
-    EXPECT_EQ(path.rfind("/tmp/tmpStream.", 0), 0u);
-    EXPECT_EQ(path.size(), 23u);
-    EXPECT_NE(stream->getDescriptor(), -1);
-    stream->close();
-    EXPECT_TRUE(std::filesystem::remove(path));  // closing leaves it behind
-}
-
 }  // namespace

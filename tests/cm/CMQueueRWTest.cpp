@@ -288,29 +288,6 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
     EXPECT_THROW(unconfigured.writeSamples(samples.data(), 1), ZR::CException);
 }
 
-// Asking for exactly the rest of a frame takes all of it and steps on to the next frame at
-// once; a request past the end returns what was there.
-TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
-    frameWriter.setDescription(stereo16(8000));
-    for (unsigned int i = 0; i < 2; ++i) {
-        std::vector<unsigned char> bytes(40, static_cast<unsigned char>(i + 1));
-        frameWriter.put(ZR::CM::RAudioFrame::createWithData(i, 0.0, 0.0, 0, 40, bytes.data(), 0, 0,
-                                                            ZR::ConstructionCopy));
-    }
-    ZR::CM::RQSampleReader reader(&frameReader);
-    std::vector<unsigned char> out(200);
-    EXPECT_EQ(reader.readSamples(out.data(), 20), 20u);  // the whole first frame
-    EXPECT_EQ(frameReader.getFramesRead(), 2u);
-    EXPECT_EQ(out[39], 1);
-    frameWriter.end();
-    EXPECT_EQ(reader.readSamples(out.data(), 50), 20u);
-    EXPECT_EQ(out[0], 2);
-    EXPECT_EQ(reader.readSamples(out.data(), 5), 0u);
-}
-
 TEST(VideoFrameWriterTest, DurationsComeFromTheNextFrame) {
     RPtr<RQueue> q = makeQueue(0, 0);
     RQFrameWriter frameWriter(q.addr(), nullptr);
