@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
-#include <vector>
 
 namespace {
 

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 
 using cmtest::bytesOf;
 using cmtest::Wire;
