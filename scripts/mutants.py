@@ -4,10 +4,11 @@
 Each mutant is one small change to one source line (a flipped comparison, a swapped
 operator, a literal off by one, a negated condition, a deleted statement or early return, a
 replaced constant). The tool applies the mutants one at a time in the checkout, rebuilds
-build/mutants incrementally, runs the test programs that link or load the mutated code and
-restores the file, also on Ctrl-C or an error. A mutant is killed when a test fails,
-killed by time-out when a test program runs far longer than it does unmutated, survives
-when every test passes, and is skipped when it does not compile.
+build/mutants incrementally, runs the tests of the programs that link or load the mutated
+code, each in a process of its own as CTest does, and restores the file, also on Ctrl-C or
+an error. A mutant is killed when a test fails, killed by time-out when a test runs far
+longer than it does unmutated, survives when every test passes, and is counted apart when
+it does not compile.
 
 The sample is drawn from every mutation site of the chosen files with a seeded generator,
 so two runs with the same --seed, --count and --files test the same mutants as long as
@@ -19,6 +20,8 @@ compare their strength.
     scripts/mutants.py --report FILE... [--keep REGEX]  # which tests kill what
     scripts/mutants.py --shard 2/3 [...]       # one of three parts, e.g. in another clone
     scripts/mutants.py --summary FILE...       # the parts' results together
+    scripts/mutants.py --done FILE... [...]    # go on with a stopped run
+    scripts/mutants.py --recheck FILE... [...] # only the mutants a run killed
 
 --killers runs every test of each mutant instead of stopping at the first failure and
 records in the JSON file which tests killed it; --report reads such files back: the tests
