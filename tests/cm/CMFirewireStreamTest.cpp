@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -16,6 +17,16 @@ TEST(CMFirewireStreamTest, FactoryStreamTransfersNothing) {
     EXPECT_EQ(stream->getType(), 5);
     EXPECT_STREQ(stream->getURI().c_str(), "firewire://guid/0");
     EXPECT_EQ(stream->close(), 0);
+}
+
+TEST(CMFirewireStreamTest, TempStreamLeavesItsFileInTmp) {
+    const auto stream = ZR::CM::RFirewireStream::getTempStream();
+    const std::string path = std::string(stream->getURI().c_str()).substr(7);
+    EXPECT_EQ(path.rfind("/tmp/tmpStream.", 0), 0u);
+    EXPECT_EQ(path.size(), 23u);
+    EXPECT_NE(stream->getDescriptor(), -1);
+    stream->close();
+    EXPECT_TRUE(std::filesystem::remove(path));  // closing leaves it behind
 }
 
 }  // namespace

@@ -22,6 +22,68 @@ const std::vector<unsigned int> kAny = {kAnyFourCC};
 
 }  // namespace
 
+TEST(FormatObjectMapTest, SameTakesTheInputAndAnyInputServesLookupsButNotSupport) {
+    RFormatObjectMap map;
+    const ComponentFormatItem* miss = map.getFormatItem(kAvc1, kYuv2);
+    EXPECT_EQ(miss->inFormat, 0u);
+    EXPECT_EQ(miss->outFormat, 0u);
+    EXPECT_TRUE(miss->rates.empty() && miss->channels.empty());
+    EXPECT_STREQ(miss->name.c_str(), "");
+
+    map.set(kMp4v, kSameFourCC, RString("mp4v.so"), {44100}, {2});
+    map.set(kAnyFourCC, kSameFourCC, RString("any.so"), kAny, kAny);
+    map.set(kAvc1, kYuv2, RString("avc.so"), kAny, kAny);
+    const auto& items = map.getItems();
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0].outFormat, kMp4v);
+    EXPECT_EQ(items[0].rates, std::vector<unsigned int>{44100});
+    EXPECT_EQ(items[0].channels, std::vector<unsigned int>{2});
+    EXPECT_EQ(items[1].outFormat, kAnyFourCC);
+
+    EXPECT_EQ(map.getFormatItem(kMp4v, kAnyFourCC), &items[0]);
+    EXPECT_EQ(map.getFormatItem(kAnyFourCC, kMp4v), &items[0]);
+    EXPECT_EQ(map.getFormatItem(kAvc1, kYuv2), &items[1]);  // the any item comes first
+    EXPECT_EQ(map.getFormatItem(kMp4a, kMp4a), &items[1]);
+    EXPECT_TRUE(map.supportsFormats(kMp4v, kMp4v));
+    EXPECT_TRUE(map.supportsFormats(kAvc1, kAnyFourCC));
+    EXPECT_TRUE(map.supportsFormats(kAnyFourCC, kAnyFourCC));
+    EXPECT_FALSE(map.supportsFormats(kMp4a, kMp4a));  // the any item does not count
+    EXPECT_FALSE(map.supportsFormats(kAvc1, kMp4v));
+}
+
+TEST(FormatObjectMapTest, SupportedFormatsAppendInItemOrderWithDuplicates) {
+    RFormatObjectMap map;
+    map.set(kAvc1, kYuv2, RString("a.so"), kAny, kAny);
+    map.set(kMp4v, kYuv2, RString("b.so"), kAny, kAny);
+    map.set(kAvc1, kMp4a, RString("c.so"), kAny, kAny);
+    std::vector<unsigned int> list = {7};
+    EXPECT_EQ(map.supportedInFormats(list, kAnyFourCC), 4);
+    EXPECT_EQ(map.supportedInFormats(list, kYuv2), 6);
+    EXPECT_EQ(list, (std::vector<unsigned int>{7, kAvc1, kMp4v, kAvc1, kAvc1, kMp4v}));
+    list.clear();
+    EXPECT_EQ(map.supportedOutFormats(list, kAvc1), 2);
+    EXPECT_EQ(map.supportedOutFormats(list, kAnyFourCC), 5);
+    EXPECT_EQ(list, (std::vector<unsigned int>{kYuv2, kMp4a, kYuv2, kYuv2, kMp4a}));
+}
+
+TEST(FormatObjectMapTest, NameIndexesFallBackToTheNearestRecordedPair) {
+    RFormatObjectMap map;
+    EXPECT_STREQ(map.get(kAvc1, kYuv2).c_str(), "");
+    map.set(kMp4v, kYuv2, RString("mp4v-yuv2"));
+    map.set(kMp4v, kMp4a, RString("mp4v-mp4a"));
+    map.set(kAvc1, kYuv2, RString("old"));
+    map.set(kAvc1, kYuv2, RString("avc1-yuv2"));
+    EXPECT_STREQ(map.get(kMp4v, kYuv2).c_str(), "mp4v-yuv2");
+    EXPECT_STREQ(map.get(kMp4v, kAvc1).c_str(), "mp4v-mp4a");  // smallest output of mp4v
+    EXPECT_STREQ(map.get(kMp4a, kYuv2).c_str(), "avc1-yuv2");  // smallest input of yuv2
+    EXPECT_STREQ(map.get(kMp4a, kAvc1).c_str(), "avc1-yuv2");  // first pair of all
+    EXPECT_TRUE(map.getItems().empty());
+
+    RFormatObjectMap itemsOnly;
+    itemsOnly.set(kMp4v, kYuv2, RString("item.so"), kAny, kAny);
+    EXPECT_STREQ(itemsOnly.get(kMp4v, kYuv2).c_str(), "");
+}
+
 TEST(FormatObjectMapTest, StreamFormCarriesRatesNotChannelsAndSurvivesTruncation) {
     RFormatObjectMap map;
     map.set(kAvc1, kYuv2, RString("a.so"), {25, 30}, {1, 2});

@@ -42,6 +42,19 @@ constexpr int kTime = 1000000000;  // 2001-09-09 01:46:40 UTC
 
 }  // namespace
 
+TEST(LoggerTest, OneLoggerLabelledWithTheFirstName) {
+    conf().set_int("common.logging.syslog-priority", 0);
+    RLogger* const logger = RLogger::getDefault("A");
+    ASSERT_NE(logger, nullptr);
+    EXPECT_EQ(RLogger::getDefault("B"), logger);
+    EXPECT_EQ(RLogger::getDefault(), logger);
+    EXPECT_STREQ(RSyslogLogInterface::getDefault("C")->getIdentifier(), "A");
+    // Nothing else is configured: no other destination exists.
+    EXPECT_EQ(RFileLogInterface::getDefault(), nullptr);
+    EXPECT_EQ(RUDPLogInterface::getDefault(), nullptr);
+    EXPECT_EQ(logger->log(7, "filtered by the system log"), 0);
+}
+
 TEST(LoggerTest, EachDestinationFiltersByItsOwnThreshold) {
     cmtest::TempDir dir;
     setenv("TZ", "UTC", 1);
@@ -144,4 +157,35 @@ TEST(LoggerTest, ConcurrentThreadsWriteWholeLinesInTheirOwnOrder) {
         }
     }
     EXPECT_EQ(total, kThreads * kLines);
+}
+
+namespace {
+
+class Recorder : public ZR::CM::RLogInterfaceP {
+public:
+    int log(int priority, int, const char* message) override {
+        lines.push_back(std::to_string(priority) + " " + message);
+        return 0;
+    }
+    std::vector<std::string> lines;
+};
+
+}  // namespace
+
+// An application's own destination sees every message, unfiltered and in order; the
+// stderr destination writes one line per message up to its threshold.
+TEST(LoggerTest, AddedDestinationsSeeEveryMessage) {
+    ZR::CM::RLogger* logger = ZR::CM::RLogger::getDefault();
+    ZR::RPtr<Recorder> recorder(new Recorder);
+    logger->addInterface(recorder.addr());
+    logger->addInterface(nullptr);
+    logger->logf(7, "debug %d", 1);
+    logger->log(0, ZR::RString("urgent"));
+    EXPECT_EQ(recorder->lines, (std::vector<std::string>{"7 debug 1", "0 urgent"}));
+
+    logger->addInterface(new ZR::CM::RStderrLogInterface(ZR::CM::kLogWarning));
+    testing::internal::CaptureStderr();
+    logger->logf(4, "shown");
+    logger->logf(5, "hidden");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[4] shown\n");
 }

@@ -51,6 +51,19 @@ RSNMPLogInterface* snmpDestination(int port, int threshold) {
 
 }  // namespace
 
+TEST(NetworkLogTest, DestinationsStayOffUntilConfigured) {
+    EXPECT_EQ(RUDPLogInterface::getDefault(), nullptr);
+    EXPECT_EQ(RSyslogLogInterface::getDefault(nullptr), nullptr);
+    // A threshold alone is not enough where a host is needed, nor for SNMP its switch.
+    conf().set_int("common.logging.udp-priority", 3);
+    EXPECT_EQ(RUDPLogInterface::getDefault(), nullptr);
+    EXPECT_EQ(tcpDestination(6677, 8), nullptr);
+    EXPECT_EQ(snmpDestination(162, 8), nullptr);
+    conf().set_value("%snmp-traps", "no");
+    conf().set_int("common.logging.snmp-priority", 3);
+    EXPECT_EQ(RSNMPLogInterface::getDefault(), nullptr);
+}
+
 TEST(NetworkLogTest, UDPSendsOneDatagramWithItsZeroPerMessageUpToTheThreshold) {
     int port = 0;
     const int server = cmtest::loopbackServer(SOCK_DGRAM, &port);
@@ -72,6 +85,32 @@ TEST(NetworkLogTest, UDPSendsOneDatagramWithItsZeroPerMessageUpToTheThreshold) {
     udp->log(6, 0, "abc");
     udp->log(7, 0, "still not");
     EXPECT_EQ(cmtest::receiveWaiting(server), std::vector<std::string>{std::string("abc\0", 4)});
+    close(server);
+}
+
+TEST(NetworkLogTest, TCPStreamsTextsWithTheirZerosAndOutlivesItsPeer) {
+    // SIGPIPE's default action ends the process: surviving the writes after the peer has
+    // gone is part of the test.
+    std::signal(SIGPIPE, SIG_DFL);
+    int port = 0;
+    const int server = cmtest::loopbackServer(SOCK_STREAM, &port);
+    RTCPLogInterface* const tcp = tcpDestination(port, 5);
+    ASSERT_NE(tcp, nullptr);
+    const int peer = accept(server, nullptr, nullptr);
+    EXPECT_EQ(tcp->log(5, 0, "one"), 0);
+    EXPECT_EQ(tcp->log(6, 0, "dropped"), 0);
+    EXPECT_EQ(tcp->log(0, 0, "two"), 0);
+    char got[16] = {};
+    EXPECT_EQ(recv(peer, got, 8, MSG_WAITALL), 8);
+    EXPECT_EQ(std::string(got, 8), std::string("one\0two\0", 8));
+    EXPECT_EQ(recv(peer, got, sizeof got, MSG_DONTWAIT), -1);
+
+    close(peer);
+    for (int i = 0; i < 100 && tcp->isConnected(); ++i, usleep(1000)) {
+        EXPECT_EQ(tcp->log(3, 0, "to nobody"), 0);
+    }
+    EXPECT_FALSE(tcp->isConnected());
+    EXPECT_EQ(tcp->log(3, 0, "discarded"), 0);
     close(server);
 }
 

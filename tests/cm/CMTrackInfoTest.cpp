@@ -101,6 +101,20 @@ TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
     EXPECT_EQ(wire(*back), movieHeader("clip", 3).append(tracks).bytes);
 }
 
+TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
+    RPtr<RMovieInfo> movie = movieNamed("h");
+    movie->addTrack(new RHintTrackInfo(7, 8, 2.5, 4.0, 0.5, 9, 96, "name", {CString("m=")}));
+    EXPECT_EQ(movie->mTracks[0]->mMediaType, fourcc("audi"));
+    // The audio form without the hint fields; zeros stand in for the kind values a hint
+    // track does not have.
+    Bytes audio;
+    track(audio.u32(fourcc("audi")), 7, "audi", 8, 2, 4, 0.5, 9).u32(0).u32(0);
+    EXPECT_EQ(wire(*movie), movieHeader("h", 1).append(audio).u64(0).bytes);
+    RPtr<RMovieInfo> back = readMovie(wire(*movie));
+    ASSERT_EQ(back->mTracks.size(), 1u);
+    EXPECT_NE(dynamic_cast<RAudioTrackInfo*>(back->mTracks[0]), nullptr);
+}
+
 TEST(MovieInfoTest, TypeWordDecidesATracksMediaType) {
     // A hint form whose own copy of the media type says "vide" (found by cdata_fuzz): read
     // as it stands, the hint track would be picked as a video track, and a component that
@@ -121,6 +135,20 @@ TEST(MovieInfoTest, TypeWordDecidesATracksMediaType) {
     EXPECT_EQ(wire(*back), consistent.bytes);
 }
 
+TEST(MovieInfoTest, EmptyMovieAndTrackSelection) {
+    EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).bytes);
+
+    RPtr<RMovieInfo> movie(new RMovieInfo(3));
+    movie->addTrack(new RAudioTrackInfo());
+    movie->addTrack(new RVideoTrackInfo());
+    movie->addTrack(new RAudioTrackInfo());
+    const std::vector<RTrackInfo*> audio = movie->getTracksForMedia(fourcc("audi"));
+    EXPECT_EQ(audio, (std::vector<RTrackInfo*>{movie->mTracks[0], movie->mTracks[2]}));
+    EXPECT_EQ(movie->getTracksForMedia(kAnyFourCC), movie->mTracks);
+    EXPECT_TRUE(movie->getTracksForMedia(fourcc("hint")).empty());
+    EXPECT_THROW(RMovieInfo(-1), std::length_error);
+}
+
 TEST(MovieInfoTest, MovieOwnsOneReferencePerTrack) {
     RPtr<RVideoTrackInfo> held(new RVideoTrackInfo());
     held->retain();  // the reference the movie takes over
@@ -137,4 +165,53 @@ TEST(MovieInfoTest, MovieOwnsOneReferencePerTrack) {
         EXPECT_TRUE(copy->getMetaValue("title") == "not on the wire");
     }
     EXPECT_EQ(held->retain_count(), 1);
+}
+
+TEST(MovieInfoTest, TruncatedOrGarbageStreamsCreateOnlyCompleteTracks) {
+    RPtr<RMovieInfo> movie = movieNamed("clip");
+    movie->addTrack(new RVideoTrackInfo(1, 25, 1, 2, 0.5, 10, 640, 480, 25));
+    movie->addTrack(filledHintTrack());
+    movie->addTrack(new RAudioTrackInfo(2, 8000, 0, 2, 0.5, 10, 1, 2, 3));
+    const std::vector<unsigned char> full = wire(*movie);
+
+    // Each prefix is a copy of exactly its bytes, so the sanitizers see any read beyond.
+    std::size_t tracksSoFar = 0;
+    for (std::size_t cut = 0; cut < full.size(); ++cut) {
+        bool failed = false;
+        RPtr<RMovieInfo> back = readMovie({full.begin(), full.begin() + cut}, &failed);
+        EXPECT_TRUE(failed) << cut;
+        ASSERT_LE(back->mTracks.size(), 2u) << cut;
+        EXPECT_GE(back->mTracks.size(), tracksSoFar) << cut;
+        tracksSoFar = back->mTracks.size();
+        for (std::size_t i = 0; i < tracksSoFar; ++i) {
+            EXPECT_EQ(back->mTracks[i]->mTrackID, movie->mTracks[i]->mTrackID) << cut;
+        }
+    }
+    EXPECT_EQ(tracksSoFar, 2u);
+
+    // A huge track count over a few type words reads only what is there.
+    bool failed = false;
+    const Bytes hostile = movieHeader("x", 0xFFFFFFFFu).u32(fourcc("text")).u32(fourcc("vide"));
+    EXPECT_TRUE(readMovie(hostile.bytes, &failed)->mTracks.empty());
+    EXPECT_TRUE(failed);
+
+    // Random streams, and the real one with a few bytes changed.
+    std::mt19937 random(1234);
+    for (int round = 0; round < 400; ++round) {
+        std::vector<unsigned char> bytes = full;
+        if (round % 2) {
+            bytes.resize(random() % 256);
+            for (unsigned char& byte : bytes) {
+                byte = static_cast<unsigned char>(random());
+            }
+        } else {
+            bytes[random() % bytes.size()] = static_cast<unsigned char>(random());
+        }
+        const RPtr<RMovieInfo> back = readMovie(bytes);
+        for (const RTrackInfo* track : back->mTracks) {
+            EXPECT_TRUE(dynamic_cast<const RVideoTrackInfo*>(track) ||
+                        dynamic_cast<const RAudioTrackInfo*>(track) ||
+                        dynamic_cast<const RHintTrackInfo*>(track));
+        }
+    }
 }

@@ -77,4 +77,17 @@ TEST(StreamFileTest, FailedCallsRaiseAtTheirLines) {
     EXPECT_FALSE(readOnly.is_set());
 }
 
+TEST(StreamFileTest, TemporaryFileIsOpenAndAlreadyUnlinked) {
+    cmtest::TempDir dir;
+    for (const std::string& where : {dir.path(), dir.path() + "/"}) {
+        file temp = file::temporary(where);
+        EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+        EXPECT_EQ(temp.write("abc", 3), 3u);
+        temp.seek(0, ra::seek_begin);
+        char got[4] = {};
+        EXPECT_EQ(temp.read(got, 3), 3u);
+        EXPECT_STREQ(got, "abc");
+    }
+}
+
 }  // namespace

@@ -79,3 +79,66 @@ TEST(TimecodeTest, IncrementCrossesMinuteAndHourBoundariesInEveryMode) {
     inside.increment(5);  // not on a whole minute: plain
     EXPECT_EQ(inside.label_count(), labels(24, 0, 1, 0, 6));
 }
+
+TEST(TimecodeTest, DecrementUsesTheForwardBoundaryCount) {
+    // From 01:01:00;02 going back one frame counts no boundary ahead, so it lands on a
+    // label that drop frame never shows.
+    timecode tc(timecode::mode_29_97_drop, 1, 1, 0, 2, 1);
+    tc.decrement(1);
+    EXPECT_EQ(text(tc), "01:01:00;01");
+    // From the last label of a minute the forward step crosses a boundary, so going back
+    // skips two labels as well.
+    timecode end(timecode::mode_29_97_drop, 0, 0, 59, 29, 1);
+    end.decrement(1);
+    EXPECT_EQ(end.label_count(), 1799u - 1 - 2);
+    // 23.976 going back is plain.
+    timecode special(timecode::mode_23_976, 0, 1, 0, 0, 1);
+    special.decrement(1);
+    EXPECT_EQ(special.label_count(), labels(24, 0, 0, 59, 23));
+}
+
+TEST(TimecodeTest, BuiltFromTimestampsRatesAndTmcdSamples) {
+    EXPECT_EQ(text(zrbase::timecode_with_timestamp(timecode::mode_25, timestamp(3600, 1), 9)),
+              "01:00:00:00");
+    const timecode drop = zrbase::timecode_with_timestamp(timecode::mode_29_97_drop,
+                                                          timestamp(60, 1), 4);
+    EXPECT_EQ(drop.label_count(), 1802u);
+    EXPECT_EQ(drop.extra(), 4u);
+    // Exact integer arithmetic on value and scale: 1001/30000 s at 30 fps is one frame.
+    EXPECT_EQ(
+        zrbase::timecode_with_timestamp(timecode::mode_30, timestamp(1001, 30000), 1).label_count(),
+        1u);
+    EXPECT_EQ(zrbase::timecode_with_timestamp(timecode::mode_30, timestamp(5, 0), 1).label_count(),
+              0u);  // a zero scale counts no frames
+
+    struct Rate {
+        double rate;
+        unsigned mode;
+    } rates[] = {{29.97, 0x701E}, {23.976, 0x7018}, {59.94, 0x703C}, {12.5, 25},
+                 {15, 30},        {7, 1},           {60, 60},         {50, 50},
+                 {24, 24},        {11.99, 0x7018},  {-5, 1},          {1e30, 1}};
+    for (const Rate& r : rates) {
+        EXPECT_EQ(zrbase::timecode_with_framerate(r.rate, timestamp(0, 1), 1).mode(), r.mode)
+            << r.rate;
+    }
+    EXPECT_EQ(zrbase::timecode_with_framerate(25.0, timestamp(2, 1), 3).label_count(), 50u);
+
+    const timecode tmcd = zrbase::timecode_with_quicktime_tmcd(timecode::mode_25, 0x01020304, 8);
+    EXPECT_EQ(tmcd.label_count(), labels(25, 1, 2, 3, 4));
+    EXPECT_EQ(tmcd.extra(), 8u);
+    EXPECT_EQ(tmcd.fps(), 25u);
+}
+
+TEST(TimecodeTest, TextFormUsesTheSeparatorOfTheMode) {
+    timecode pal(timecode::mode_25);
+    pal.total_frames(90061);
+    EXPECT_EQ(string_with_timecode(pal, true), "01:00:02:11");
+    EXPECT_EQ(string_with_timecode(pal, false), "01:00:02.11");
+    const timecode drop(timecode::mode_59_94_drop, 2, 3, 4, 5, 1);
+    EXPECT_EQ(string_with_timecode(drop, true), "02:03:04;05");
+    EXPECT_EQ(string_with_timecode(drop, false), "02:03:04,05");
+    EXPECT_EQ(string_with_timecode(timecode(timecode::mode_none), true), "");
+    EXPECT_EQ(string_with_timecode(timecode(0x7000), true), "00:00:00:00");  // fps 0
+    EXPECT_EQ(string_with_timecode(timecode(timecode::mode_24, 100, 0, 0, 0, 1), true),
+              "100:00:00:00");
+}
