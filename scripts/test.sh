@@ -2,7 +2,7 @@
 # Builds and runs the whole test suite three times: a normal build (g++), an
 # AddressSanitizer + UndefinedBehaviorSanitizer build (clang++) and a ThreadSanitizer build
 # (g++), then builds the libFuzzer targets (scripts/fuzz.sh, in build/fuzz) and runs each
-# for FUZZ_SECONDS (20), two at a time; each target counts as one test. Ends with one
+# for FUZZ_SECONDS (45), two at a time; each target counts as one test. Ends with one
 # summary line; exits non-zero if anything failed.
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -51,7 +51,7 @@ run_flavour tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=g++ -DCM
 echo "=== fuzz: build and run"
 mkdir -p build/fuzz
 fuzz_log=build/fuzz/test.log
-scripts/fuzz.sh "${FUZZ_SECONDS:-20}" 2>&1 | tee "$fuzz_log"
+scripts/fuzz.sh "${FUZZ_SECONDS:-45}" 2>&1 | tee "$fuzz_log"
 [ "${PIPESTATUS[0]}" -eq 0 ] || status=1
 fuzz_line=$(grep -E '^fuzz: [0-9]+ passed, [0-9]+ failed$' "$fuzz_log" | tail -n 1)
 if [ -z "$fuzz_line" ]; then

@@ -16,6 +16,7 @@
 #ifndef CM_COMPONENTS_COMMON_FILEIMPORTER_H
 #define CM_COMPONENTS_COMMON_FILEIMPORTER_H
 
+#include "common/MovieTracks.h"
 #include "common/RunStatus.h"
 #include "common/StreamIO.h"
 
@@ -48,7 +49,8 @@ protected:
     // Reads the media after the header and writes it to writer; ends writer's queue on
     // every way out but an abort. Failures go to mRun.
     virtual void importFrames(CByteReader& reader, ZR::CM::RQFrameWriter& writer) = 0;
-    // A movie named after the stream with no tracks; the concrete importers add theirs.
+    // A movie named after the stream with no tracks; the concrete importers add theirs
+    // through addNewTrack() (common/MovieTracks.h).
     ZR::RPtr<ZR::CM::RMovieInfo> createMovie() const;
 
     CRunStatus mRun;

@@ -70,8 +70,8 @@ int RRTPExporter::send(ZR::CM::RQFrameReader& reader) {
     bool first = true;
     Clock::time_point origin;
     double firstStart = 0;
-    while (const ZR::CM::RQNode* node = reader.nextNode()) {
-        const auto* frame = dynamic_cast<const ZR::CM::RRTPFrame*>(node);
+    while (const ZR::RPtr<const ZR::CM::RFrame> next = reader.nextSharedFrame()) {
+        const auto* frame = dynamic_cast<const ZR::CM::RRTPFrame*>(next.addr());
         if (!frame) {
             continue;
         }

@@ -35,9 +35,10 @@ RPtr<RMovieInfo> RWavImporter::getMovieInfo() {
     }
     const double duration = mFormat.duration();
     movie->mMovieDuration = duration;
-    movie->addTrack(new RAudioTrackInfo(1, kLinearPCM, 0.0, duration, mFormat.sampleRate,
-                                        mFormat.sampleFrames(), mFormat.channels,
-                                        mFormat.bitsPerSample, ZR::Fixed64(mFormat.sampleRate)));
+    addNewTrack(*movie,
+                new RAudioTrackInfo(1, kLinearPCM, 0.0, duration, mFormat.sampleRate,
+                                    mFormat.sampleFrames(), mFormat.channels, mFormat.bitsPerSample,
+                                    ZR::Fixed64(mFormat.sampleRate)));
     return movie;
 }
 

@@ -65,9 +65,9 @@ RPtr<RMovieInfo> RY4MImporter::getMovieInfo() {
     const double duration =
         static_cast<double>(frames) * mFormat.rateDenominator / mFormat.rateNumerator;
     movie->mMovieDuration = duration;
-    movie->addTrack(new RVideoTrackInfo(1, mFormat.picture.chroma, 0.0, duration, rate, frames,
-                                        mFormat.picture.width, mFormat.picture.height,
-                                        ZR::Fixed64(rate)));
+    addNewTrack(*movie, new RVideoTrackInfo(1, mFormat.picture.chroma, 0.0, duration, rate, frames,
+                                            mFormat.picture.width, mFormat.picture.height,
+                                            ZR::Fixed64(rate)));
     return movie;
 }
 

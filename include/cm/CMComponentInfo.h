@@ -48,13 +48,6 @@ public:
 
 class RComponentInfo : public RComponentInfoBase {
 public:
-    // Guards against a hostile or broken info.xml. A larger file is not parsed, and an info
-    // whose objects would expand into more format items, or more rates and channels summed
-    // over its items, is rejected as a whole.
-    static constexpr int kMaxInfoFileSize = 1 << 20;
-    static constexpr int kMaxFormatItems = 1 << 16;
-    static constexpr int kMaxFormatValues = 1 << 20;
-
     RComponentInfo() = default;
     explicit RComponentInfo(const RString& directoryName);
     ~RComponentInfo() override;
@@ -63,24 +56,24 @@ public:
     // "objects"): 0 when this kind accepts it, -1 otherwise.
     virtual int typeSpecificLoadXML(_xmlNode* node) = 0;
 
-    // Where the component's shared objects are: <component directory>/directoryName/
-    // <os>/<cpu>/<object>, with the default manager's component directory and the object
-    // that the format map's getFormatItem() chooses for (in, out). The object name is empty
-    // when no item serves the pair.
+    // Where the component's shared objects are:
+    // `<component directory>/directoryName/<os>/<cpu>/<object>`, with the default manager's
+    // component directory and the object that the format map's getFormatItem() chooses for
+    // (in, out). The object name is empty when no item serves the pair.
     virtual RString getComponentPath(unsigned int in, unsigned int out) const;
 
     // A new component of this info's object for (in, out), loaded by the default manager
     // (RComponentManager::loadComponent(), which may throw); the caller owns one reference.
     virtual RComponent* getComponentInstance(unsigned int in, unsigned int out);
 
-    // Loads <component directory>/directoryName/info.xml, with the default manager's
+    // Loads `<component directory>/directoryName/info.xml`, with the default manager's
     // component directory, after validating it against dtd.
     // Returns -1 when there is no directory name or no definition, when the file cannot be
-    // read, is not a regular file or is larger than kMaxInfoFileSize, when it does not parse
-    // or validate, when its root is not "info", or when its objects exceed the format
-    // limits; otherwise the result of the last typeSpecificLoadXML() (0 when the document
-    // has no kind element). libxml2's parse and validation messages, and a line for each
-    // failure of our own, go to standard error.
+    // opened or is not a regular file (a FIFO would block the scan), when it does not parse
+    // or validate, or when its root is not "info"; otherwise the result of the last
+    // typeSpecificLoadXML() (0 when the document has no kind element). A file of any size
+    // with any number of objects and formats is read whole. libxml2's parse and validation
+    // messages, and a line for each failure of our own, go to standard error.
     int loadInfoXML(_xmlDtd* dtd);
 
     RString directoryName;  // below the component directory

@@ -8,7 +8,7 @@
 // keeps one list of infos per kind; importers are ordered by descending priority, the other
 // kinds stay in the order the directory listing returned them. findComponents() answers
 // queries from these lists. loadComponent() opens the shared object that an info names
-// for a pair of formats, below <component directory>/<directory>/<os>/<cpu>/, and
+// for a pair of formats, below `<component directory>/<directory>/<os>/<cpu>/`, and
 // calls its C entry point
 //
 //     extern "C" ZR::CM::RComponent* getComponentInstance();
@@ -64,7 +64,7 @@ public:
 
     // The component of info's object for (in, out), told which info it came from.
     RComponent* loadComponent(RComponentInfo* info, unsigned int in, unsigned int out);
-    // The component of <component directory>/<name>.so.
+    // The component of `<component directory>/<name>.so`.
     RComponent* loadComponent(const RString& name);
     // Opens the shared object at path (once per path) and returns a new component from its
     // entry point, retained once for the caller and told its library handle. Throws

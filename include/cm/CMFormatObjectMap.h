@@ -56,10 +56,13 @@ public:
     RString get(unsigned int in, unsigned int out) const;
 
     // The first item for a request: an item with an any input serves every request;
-    // otherwise in and out must each be any or equal to the item's. Never null: a miss gives
-    // a shared default item (formats 0, no rates or channels, empty name). The pointer
-    // belongs to the map and stays valid until the next set(); never delete it.
+    // otherwise in and out must each be any or equal to the item's. A found item belongs to
+    // the map and stays valid until the next set(). A miss gives a new default item
+    // (formats 0, no rates or channels, empty name) that the caller owns and deletes; to
+    // tell the two apart, or to avoid the allocation, use findFormatItem().
     const ComponentFormatItem* getFormatItem(unsigned int in, unsigned int out) const;
+    // The item getFormatItem() finds, or null on a miss.
+    const ComponentFormatItem* findFormatItem(unsigned int in, unsigned int out) const;
     // Whether some item serves (in, out). Stricter than getFormatItem: an item with an any
     // input serves only a request whose input is any too.
     bool supportsFormats(unsigned int in, unsigned int out) const;

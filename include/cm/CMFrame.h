@@ -65,6 +65,20 @@ protected:
 
 class RFrame : public RQNode, public CParameterMap {
 public:
+    // An empty frame with room for `capacity` bytes (no block when 0).
+    explicit RFrame(unsigned int capacity);
+    // A frame holding `size` bytes of `data`, taken per `flags`.
+    RFrame(unsigned int format, unsigned int size, unsigned char* data, ConstructionFlags flags);
+    RFrame(unsigned int frameNumber, CTimeStamp start, CTimeStamp duration, unsigned int format,
+           unsigned int size, unsigned char* data, ConstructionFlags flags);
+    // A frame derived from `source`: its parameters, number and times, with new data. A
+    // null source gives the plain (format, size, data) frame.
+    RFrame(const RFrame* source, unsigned int format, unsigned int size, unsigned char* data,
+           ConstructionFlags flags);
+    // A full copy whose block is just large enough for the source's data (none when the
+    // source is empty).
+    RFrame(const RFrame& other);
+    RFrame& operator=(const RFrame&) = delete;
     ~RFrame() override;
 
     unsigned int getSize() const override { return mSize; }
@@ -78,8 +92,10 @@ public:
     // Throws CException "Memory allocation error." when no block can hold the copy; the
     // frame then keeps its old size, and after a failed growth it has no block (destroy it).
     void setData(unsigned int size, unsigned char* data, ConstructionFlags flags);
-    // Takes `data` for the current size into a block of the current capacity, replacing
-    // the block; the constructors fill a frame through it.
+    // Takes `data` for the current size, replacing the block; the constructors fill a frame
+    // through it. Copying puts the bytes into a new block of the current capacity; adopting
+    // makes `data` the block and keeps the size and capacity as they are (null empties the
+    // frame).
     void initWithData(unsigned char* data, ConstructionFlags flags);
 
     unsigned int getFrameNumber() const noexcept { return mFrameNumber; }
@@ -95,22 +111,6 @@ public:
     unsigned char* getData() noexcept { return mData.get(); }
     const unsigned char* getData() const noexcept { return mData.get(); }
     unsigned int getCapacity() const noexcept { return mCapacity; }
-
-protected:
-    // An empty frame with room for `capacity` bytes (no block when 0).
-    explicit RFrame(unsigned int capacity);
-    // A frame holding `size` bytes of `data`, taken per `flags`.
-    RFrame(unsigned int format, unsigned int size, unsigned char* data, ConstructionFlags flags);
-    RFrame(unsigned int frameNumber, CTimeStamp start, CTimeStamp duration, unsigned int format,
-           unsigned int size, unsigned char* data, ConstructionFlags flags);
-    // A frame derived from `source`: its parameters, number and times, with new data. A
-    // null source gives the plain (format, size, data) frame.
-    RFrame(const RFrame* source, unsigned int format, unsigned int size, unsigned char* data,
-           ConstructionFlags flags);
-    // A full copy whose block is just large enough for the source's data (none when the
-    // source is empty).
-    RFrame(const RFrame& other);
-    RFrame& operator=(const RFrame&) = delete;
 
 private:
     // Large blocks go back to a pool of recycled blocks, the others to free().
@@ -139,6 +139,11 @@ private:
 
 class RVideoFrame : public RFrame {
 public:
+    // The frame's constructors, the values of this kind 0; producers usually go through
+    // the factories below.
+    using RFrame::RFrame;
+    RVideoFrame(const RVideoFrame&) = default;
+
     static RVideoFrame* create(unsigned int capacity);
     static RVideoFrame* createWithData(unsigned int format, unsigned int size, unsigned char* data,
                                        unsigned int value, ConstructionFlags flags);
@@ -160,10 +165,6 @@ public:
     const zrbase::timecode& getTimecode() const noexcept { return mTimecode; }
     void setTimecode(const zrbase::timecode& timecode) noexcept { mTimecode = timecode; }
 
-protected:
-    using RFrame::RFrame;
-    RVideoFrame(const RVideoFrame&) = default;
-
 private:
     static RVideoFrame* withValue(RVideoFrame* frame, unsigned int value) noexcept;
 
@@ -174,6 +175,11 @@ private:
 
 class RAudioFrame : public RFrame {
 public:
+    // The frame's constructors, the values of this kind 0; producers usually go through
+    // the factories below.
+    using RFrame::RFrame;
+    RAudioFrame(const RAudioFrame&) = default;
+
     static RAudioFrame* create(unsigned int capacity);
     static RAudioFrame* createWithData(unsigned int format, unsigned int size, unsigned char* data,
                                        unsigned int value1, unsigned int value2,
@@ -193,10 +199,6 @@ public:
     unsigned int getAudioValue1() const noexcept { return mAudioValue1; }
     unsigned int getAudioValue2() const noexcept { return mAudioValue2; }
 
-protected:
-    using RFrame::RFrame;
-    RAudioFrame(const RAudioFrame&) = default;
-
 private:
     static RAudioFrame* withValues(RAudioFrame* frame, unsigned int value1,
                                    unsigned int value2) noexcept;
@@ -208,6 +210,11 @@ private:
 
 class RTextFrame : public RFrame {
 public:
+    // The frame's constructors, the values of this kind 0; producers usually go through
+    // the factories below.
+    using RFrame::RFrame;
+    RTextFrame(const RTextFrame&) = default;
+
     static RTextFrame* create(unsigned int capacity);
     // The base part of any frame (data, times, parameters) copied as a text frame; null
     // for a null frame.
@@ -224,8 +231,6 @@ public:
     RTextFrame* copy() const override;
 
 protected:
-    using RFrame::RFrame;
-    RTextFrame(const RTextFrame&) = default;
     // The copy of another kind's base part.
     explicit RTextFrame(const RFrame& frame) : RFrame(frame) {}
 };

@@ -32,7 +32,7 @@ public:
     // "rstr" empties every output queue; the stream is left where it is.
     int handleNotification(CNotification& n) override;
     // Registers with the notification center, takes the stream (releasing any earlier one)
-    // and makes one writer per output queue, in order.
+    // and makes one writer per output queue, in order, releasing those of an earlier init.
     virtual int init(RPtr<RStream> stream, std::vector<RQueue*>& outputs);
     virtual int preconfigure(RImporterConfiguration& configuration);  // -1: not supported
     // Opens the stream and reads what describes the media; 0 on success or a result code.

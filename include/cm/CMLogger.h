@@ -81,7 +81,8 @@ public:
     static RLogger* getDefault();
 
     // Forwards to every destination in the order system log, file, TCP, UDP, SNMP. Always
-    // 0: the destinations' results are ignored.
+    // 0: the destinations' results are ignored. When the TCP destination drops a peer that
+    // stalled, the other destinations receive a line of priority kLogError saying so.
     int log(int priority, int time, const RString& message);
     int log(int priority, const RString& message);  // at the current time
     // Formats into 2,048 bytes, so the message is cut to 2,047 characters.
@@ -98,6 +99,8 @@ public:
 
 private:
     int forward(int priority, int time, const char* message);
+    // Hands the message to every destination but `except` (may be null).
+    void fanOutLocked(int priority, int time, const char* message, const RLogInterfaceP* except);
     int vlogf(int priority, int time, const char* format, va_list args)
         __attribute__((format(printf, 4, 0)));
 

@@ -8,10 +8,9 @@
 // is read again on every getDefault(). A message goes out only when its priority number is
 // at most the threshold; thresholds outside 0..7 leave the destination off.
 //
-// Sending never reports failure: log() always returns 0. Sockets never raise SIGPIPE, and
-// a TCP peer that stops taking data for a second is dropped, so a dead or stuck peer cannot
-// hold up the logger. Like every destination these are called by the logger with its mutex
-// held; getDefault() must run before threads log.
+// Sending never reports failure: log() always returns 0, and sockets never raise SIGPIPE.
+// Like every destination these are called by the logger with its mutex held, so a slow
+// TCP peer holds up every logging thread; getDefault() must run before threads log.
 #ifndef CM_CMNETWORKLOG_H
 #define CM_CMNETWORKLOG_H
 
@@ -47,26 +46,42 @@ private:
 // The message texts with their terminating zeros over one connection to
 // "common.logging.tcp-host", port "common.loggin.tcp-port" (default 6677), threshold
 // "common.logging.tcp-priority". The destination is switched on by a non-empty
-// "common.logging.udp-host", the UDP key, as existing configurations expect. A peer that
-// closes, or that takes no data for a second, is dropped for good and later messages are
-// discarded; a message cut by such a time-out is not finished.
+// "common.logging.udp-host", the UDP key, as existing configurations expect.
+//
+// Each message goes out whole, however slowly the peer takes it: a peer that pauses holds
+// up the logger but loses nothing. Only a peer that takes no data at all for the stall
+// limit (30 s unless setStallLimit() says otherwise) is dropped, since it would otherwise
+// hold every logging thread for ever: the connection is closed (a message cut by it is not
+// finished), later messages are discarded, and the logger reports the drop through its
+// other destinations. A peer that closes the connection gets nothing more either.
 class RTCPLogInterface : public RLogInterfaceP {
 public:
+    static constexpr int kDefaultStallLimitMs = 30000;
+
     // name is the logger's name, which TCP messages do not carry.
     static RTCPLogInterface* getDefault(const char* name);
     static int getPriority() noexcept { return mPriority.load(std::memory_order_relaxed); }
+    // Milliseconds a peer may take no data before it is dropped (0 or less: the default),
+    // for the default destination now and for destinations made later. For start-up (and
+    // tests), before threads log.
+    static void setStallLimit(int milliseconds);
 
     // Connects a stream socket to the configured host and port.
     RTCPLogInterface();
     int log(int priority, int time, const char* message) override;
 
     bool isConnected() const noexcept { return mSocket.isConnected(); }
+    // The text that reports a peer log() has dropped since the last call, or empty. The
+    // logger passes it on to its other destinations.
+    std::string takeDropReport();
 
 private:
     RSocket mSocket;
+    std::string mDropReport;
 
     static RPtr<RTCPLogInterface> mDefault;
     static std::atomic<int> mPriority;
+    static std::atomic<int> mStallLimit;
 };
 
 // The system log, threshold "common.logging.syslog-priority". The facility is

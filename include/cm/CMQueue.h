@@ -70,6 +70,9 @@ public:
     // Caller holds the mutex.
     void remove() noexcept;
     void registerReader() noexcept { ++mReaderCount; }
+    // A reader at `position` (or past the end when null) forgets its passes over the nodes
+    // before it, as if it had not read them. Caller holds the mutex.
+    void forgetPasses(RQNode* position) noexcept;
     // A reader leaves the queue while holding `position` (the node it was last handed and
     // has not yet left, or null): the nodes before it forget that reader's pass, and if
     // the remaining readers have all passed `position`, the head is dropped. Caller holds

@@ -123,23 +123,20 @@ public:
 
 protected:
     RRTPPacket() = default;
-
-private:
-    // Writes the packet into `buffer` of `capacity` bytes; the packed length.
-    unsigned int packInto(const RRTPDescription* description, const RRTPFrame* frame,
-                          unsigned char* buffer, unsigned int capacity) const;
 };
 
 // A media frame's copy with the packets that carry it, in sending order.
 class RRTPFrame : public RFrame {
 public:
+    // Copies the frame part; the packets are shared, not duplicated.
+    RRTPFrame(const RRTPFrame&) = default;
     // A full copy of `frame` (bytes, times, parameters) with no packets; null for null.
     static RRTPFrame* createWithFrame(const RFrame* frame);
     // Releases the packets, then the frame part.
     ~RRTPFrame() override;
 
     unsigned int type() const override { return fourcc("hint"); }
-    // Copies the frame part; the packets are shared, not duplicated.
+    // A copy made by the copy constructor.
     RRTPFrame* copy() const override;
 
     // Appends the packet and retains it; a null packet is ignored.
@@ -147,7 +144,6 @@ public:
     const std::vector<RPtr<RRTPPacket>>& getPackets() const noexcept { return mPackets; }
 
 protected:
-    RRTPFrame(const RRTPFrame&) = default;
     explicit RRTPFrame(const RFrame& frame) : RFrame(frame) {}
 
 private:

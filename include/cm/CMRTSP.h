@@ -7,8 +7,10 @@
 //
 // The server is not trusted. A reply is read into one buffer of kBufferSize bytes and
 // whatever part of it parses is returned: a reply without a status line has status 0. The
-// whole reply must arrive within the session's receive time-out (10 s unless set
-// otherwise), so a server that stops answering cannot hold the caller longer than that.
+// whole header block must arrive within the session's receive time-out (30 s unless set
+// otherwise), so a server that stops answering cannot hold the caller longer than that;
+// after a time-out the connection is closed, so that a late reply is never taken for the
+// reply to a later request (which then gets status 0 until the session connects again).
 // The body is what arrived together with the header block; Content-Length is reported but
 // not used to read further.
 //
@@ -111,7 +113,7 @@ public:
 
 class RRTSPSession : public zrbase::object_refcount {
 public:
-    static constexpr int kDefaultReceiveTimeout = 10000;  // milliseconds
+    static constexpr int kDefaultReceiveTimeout = 30000;  // milliseconds
 
     explicit RRTSPSession(const RURI& uri);
 
@@ -133,9 +135,9 @@ public:
     // The server's session identifier, for hosts that track it; requests do not send it.
     const CString& getSessionId() const noexcept { return mSessionId; }
     void setSessionId(const CString& sessionId) { mSessionId = sessionId; }
-    // Milliseconds within which a whole reply must arrive; 0 waits for ever. Takes effect
-    // at the next connect().
-    void setReceiveTimeout(int milliseconds) noexcept { mReceiveTimeout = milliseconds; }
+    // Milliseconds within which the header block of a reply must arrive; 0 waits for ever.
+    // Applies from the next request on.
+    void setReceiveTimeout(int milliseconds);
     int getReceiveTimeout() const noexcept { return mReceiveTimeout; }
 
 private:

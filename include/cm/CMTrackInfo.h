@@ -105,8 +105,9 @@ public:
     RMovieInfo& operator=(const RMovieInfo&) = delete;
     ~RMovieInfo() override;
 
-    // Appends the track without retaining it: the movie takes over one reference from the
-    // caller. A track nobody holds yet (count 0) is taken as the movie's own.
+    // Appends the track without retaining it: the movie takes over one reference that the
+    // caller holds (retain() a new track first) and releases it when destroyed. A null
+    // track is ignored.
     void addTrack(RTrackInfo* track);
     // The tracks of one media type in movie order; kAnyFourCC selects every track.
     std::vector<RTrackInfo*> getTracksForMedia(unsigned int mediaType) const;

@@ -32,5 +32,6 @@
 #include <cm/CMStream.h>
 #include <cm/CMSysConf.h>
 #include <cm/CMTrackInfo.h>
+#include <cm/CMVersion.h>
 
 #endif

@@ -12,6 +12,7 @@
 #include <zr/RSocket.h>
 #include <zr/RURI.h>
 #include <zr/ZRTypes.h>
+#include <zr/ZRVersion.h>
 #include <zrbase/exception.h>
 #include <zrbase/object_refcount.h>
 #include <zrbase/path.h>

@@ -4,10 +4,10 @@
 // A directory given to load_plugins holds descriptors, files named "*.plugin.xml", each
 // beside the shared object it describes:
 //
-//   <plugin library="http-reader.so">
-//     <provides id="io/read/http/curl"/>
-//     <provides id="io/read/https/curl"/>
-//   </plugin>
+//     <plugin library="http-reader.so">
+//       <provides id="io/read/http/curl"/>
+//       <provides id="io/read/https/curl"/>
+//     </plugin>
 //
 // Every descriptor is validated against plugin.dtd in the directory given at construction;
 // a descriptor that does not validate, or whose library is not a plain file name, is

@@ -6,9 +6,13 @@
 
 namespace ZR {
 
-CData::CData(const unsigned char* bytes, int size) { append(size, bytes); }
+CData::CData(const unsigned char* bytes, int size) {
+    append(size, bytes);
+}
 
-void CData::setCursor(int offset) noexcept { mCursor = std::clamp(offset, 0, mSize); }
+void CData::setCursor(int offset) noexcept {
+    mCursor = std::clamp(offset, 0, mSize);
+}
 
 void CData::writeBytes(const unsigned char* bytes, int n) {
     if (n <= 0) {
@@ -32,17 +36,21 @@ const unsigned char* CData::readBytes(int n) noexcept {
 }
 
 CData& CData::put32(std::uint32_t v) {
-    const unsigned char bytes[4] = {static_cast<unsigned char>(v >> 24),
-                                    static_cast<unsigned char>(v >> 16),
-                                    static_cast<unsigned char>(v >> 8),
-                                    static_cast<unsigned char>(v)};
+    const unsigned char bytes[4] = {
+        static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
+        static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
     writeBytes(bytes, 4);
     return *this;
 }
 
 CData& CData::put64(std::uint64_t v) {
-    put32(static_cast<std::uint32_t>(v >> 32));
-    return put32(static_cast<std::uint32_t>(v));
+    // One write of eight bytes, so that the stream grows once by the value's whole width.
+    unsigned char bytes[8];
+    for (int i = 0; i < 8; ++i) {
+        bytes[i] = static_cast<unsigned char>(v >> (56 - 8 * i));
+    }
+    writeBytes(bytes, 8);
+    return *this;
 }
 
 std::uint32_t CData::get32() noexcept {

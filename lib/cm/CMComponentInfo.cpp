@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <vector>
 
 namespace ZR {
@@ -101,47 +100,23 @@ __attribute__((format(printf, 2, 3))) void printToStream(void* stream, const cha
     va_end(args);
 }
 
-// Reads a whole regular file of at most RComponentInfo::kMaxInfoFileSize bytes. A FIFO or
-// device would block or never end, so only regular files are read, and the size is checked
-// while reading too, since the file may grow after fstat().
-bool readInfoFile(const char* path, std::string& content) {
-    const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+// Opens info.xml for the parser; -1, with a line on standard error, when it cannot be
+// opened or is not a regular file. A FIFO or a device could block the scan or never end:
+// O_NONBLOCK keeps the open itself from waiting, and only a regular file is read.
+int openInfoFile(const char* path) {
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     struct stat status;
-    if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
+    if (fd < 0 || ::fstat(fd, &status) != 0) {
         std::fprintf(stderr, "%s: cannot open: %s\n", path, std::strerror(errno));
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
+    } else if (!S_ISREG(status.st_mode)) {
         std::fprintf(stderr, "%s: not a regular file\n", path);
-        return false;
+    } else {
+        return fd;
     }
-    const auto tooLarge = [path] {
-        std::fprintf(stderr, "%s: larger than %d bytes\n", path, RComponentInfo::kMaxInfoFileSize);
-        return false;
-    };
-    if (status.st_size > RComponentInfo::kMaxInfoFileSize) {
-        return tooLarge();
+    if (fd >= 0) {
+        ::close(fd);
     }
-    content.reserve(static_cast<size_t>(status.st_size));
-    char chunk[4096];
-    for (;;) {
-        const ssize_t n = ::read(file.get(), chunk, sizeof chunk);
-        if (n == 0) {
-            return true;
-        }
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            std::fprintf(stderr, "%s: cannot read: %s\n", path, std::strerror(errno));
-            return false;
-        }
-        if (content.size() + static_cast<size_t>(n) >
-            static_cast<size_t>(RComponentInfo::kMaxInfoFileSize)) {
-            return tooLarge();
-        }
-        content.append(chunk, static_cast<size_t>(n));
-    }
+    return -1;
 }
 
 bool isNamed(const xmlNode* node, const char* name) {
@@ -171,24 +146,6 @@ int decimalInt(const char* text) {
     return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
 }
 
-// What the objects of one info may still add to its format map.
-class FormatBudget {
-public:
-    // Takes pairs items of valuesPerItem rates and channels each; false when they do not fit.
-    bool spend(size_t pairs, size_t valuesPerItem) {
-        if (pairs > mItemsLeft || pairs > mValuesLeft / valuesPerItem) {
-            return false;
-        }
-        mItemsLeft -= pairs;
-        mValuesLeft -= pairs * valuesPerItem;
-        return true;
-    }
-
-private:
-    size_t mItemsLeft = RComponentInfo::kMaxFormatItems;
-    size_t mValuesLeft = RComponentInfo::kMaxFormatValues;
-};
-
 // Fills the identity fields from the children of "common"; unknown children are ignored.
 void loadCommon(RComponentInfoBase& info, const xmlNode* common) {
     forEachElement(common, [&info](const xmlNode* field) {
@@ -213,7 +170,7 @@ void loadCommon(RComponentInfoBase& info, const xmlNode* common) {
 // An object without children is any-to-same. That is also what the defaults below give for
 // an empty list of children, even for an exporter (whose any output then equals the any
 // input), so one path serves both.
-bool loadObject(RComponentInfo& info, const xmlNode* object, FormatBudget& budget) {
+void loadObject(RComponentInfo& info, const xmlNode* object) {
     const std::unique_ptr<xmlChar, XmlCharDeleter> attribute(
         xmlGetProp(object, reinterpret_cast<const xmlChar*>("name")));
     const RString objectName(attribute ? reinterpret_cast<const char*>(attribute.get()) : "");
@@ -251,15 +208,11 @@ bool loadObject(RComponentInfo& info, const xmlNode* object, FormatBudget& budge
         channels.push_back(kAnyFourCC);
     }
 
-    if (!budget.spend(inputs.size() * outputs.size(), rates.size() + channels.size())) {
-        return false;
-    }
     for (const unsigned int in : inputs) {
         for (const unsigned int out : outputs) {
             info.formatMap.set(in, out, objectName, rates, channels);
         }
     }
-    return true;
 }
 
 }  // namespace
@@ -281,14 +234,14 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
     const CString path = CString::createWithFormat(
         "%s/%s/info.xml", RComponentManager::getDefault()->getComponentDirectory().c_str(),
         directoryName.c_str());
-    std::string content;
-    if (!readInfoFile(path.c_str(), content)) {
+    const FileDescriptor file(openInfoFile(path.c_str()));
+    if (file.get() < 0) {
         return -1;
     }
     xmlInitParser();
     // The URL names the file in libxml2's messages; NONET keeps entities off the network.
-    const std::unique_ptr<xmlDoc, DocDeleter> doc(xmlReadMemory(
-        content.data(), static_cast<int>(content.size()), path.c_str(), nullptr, XML_PARSE_NONET));
+    const std::unique_ptr<xmlDoc, DocDeleter> doc(
+        xmlReadFd(file.get(), path.c_str(), nullptr, XML_PARSE_NONET));
     if (!doc) {
         return -1;
     }
@@ -308,7 +261,6 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
     }
 
     int result = 0;
-    FormatBudget budget;
     for (xmlNode* child = root->children; child; child = child->next) {
         if (child->type != XML_ELEMENT_NODE) {
             continue;
@@ -316,16 +268,11 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
         if (isNamed(child, "common")) {
             loadCommon(*this, child);
         } else if (isNamed(child, "objects")) {
-            for (const xmlNode* object = child->children; object; object = object->next) {
-                if (object->type != XML_ELEMENT_NODE || !isNamed(object, "object")) {
-                    continue;
+            forEachElement(child, [this](const xmlNode* object) {
+                if (isNamed(object, "object")) {
+                    loadObject(*this, object);
                 }
-                if (!loadObject(*this, object, budget)) {
-                    std::fprintf(stderr, "%s: more than %d format items or %d rates and channels\n",
-                                 path.c_str(), kMaxFormatItems, kMaxFormatValues);
-                    return -1;
-                }
-            }
+            });
         } else {
             result = typeSpecificLoadXML(child);
         }
@@ -334,9 +281,12 @@ int RComponentInfo::loadInfoXML(_xmlDtd* dtd) {
 }
 
 RString RComponentInfo::getComponentPath(unsigned int in, unsigned int out) const {
+    // A pair no item serves has the empty object name of a default item; finding the item
+    // rather than getting one spares making (and deleting) that default item.
+    const ComponentFormatItem* item = formatMap.findFormatItem(in, out);
     return RString::createWithFormat(
         "%s/%s/%s/%s", RComponentManager::getDefault()->getComponentDirectory().c_str(),
-        directoryName.c_str(), kPlatformDirectory, formatMap.getFormatItem(in, out)->name.c_str());
+        directoryName.c_str(), kPlatformDirectory, item ? item->name.c_str() : "");
 }
 
 RComponent* RComponentInfo::getComponentInstance(unsigned int in, unsigned int out) {

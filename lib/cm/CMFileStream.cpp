@@ -24,8 +24,6 @@ namespace {
 constexpr const char* kSource = "lib/cm/CMFileStream";
 // The line reported by the failure of getTempStream(); callers match on it.
 constexpr int kTempStreamFailureLine = 210;
-// How far ahead of a mapped read the pages are mapped in.
-constexpr long long kPrefaultWindow = 1 << 20;
 
 // The type bits of a symbolic link. Open failures with EACCES test the mode against them
 // by AND, not by comparing the type, so regular files (0x8000) and sockets (0xC000) go on
@@ -69,8 +67,7 @@ RFileStream::RFileStream(const RURI& uri, unsigned int flags, unsigned char mode
       mFileSize(0),
       mPosition(0),
       mMapLength(0),
-      mMappedBytes(0),
-      mPrefaulted(0) {}
+      mMappedBytes(0) {}
 
 RFileStream::~RFileStream() {
     if (mFd != -1) {
@@ -92,18 +89,22 @@ int RFileStream::open() {
     if (::lstat(path, &entry) != 0 ? errno != ENOENT : S_ISDIR(entry.st_mode)) {
         return kResultFileOpenFailed;
     }
-    // O_NONBLOCK keeps the open of a FIFO without a writer from waiting for one; a stream
-    // needs a file it can seek in, so FIFOs (and directories behind links) are refused.
+    // Opening a FIFO for reading or for writing alone waits until its other end is opened,
+    // which may be never. O_NONBLOCK keeps the open from waiting: a FIFO opened so for
+    // writing fails at once when it has no reader, and one opened for reading, which
+    // cannot tell whether a writer will come, is refused. Read-write needs no other end.
     const int fd = ::open(path, static_cast<int>(mFlags) | O_NONBLOCK | O_CLOEXEC, 0666);
     if (fd == -1) {
         return resultOfFailedOpen(errno, path, entry);
     }
     struct stat opened {};
-    if (::fstat(fd, &opened) != 0 || S_ISFIFO(opened.st_mode) || S_ISDIR(opened.st_mode)) {
+    if (::fstat(fd, &opened) != 0 ||
+        (S_ISFIFO(opened.st_mode) && (mFlags & O_ACCMODE) == O_RDONLY)) {
         ::close(fd);
         return kResultFileOpenFailed;
     }
-    // Regular files ignore O_NONBLOCK; a device gets back the blocking I/O it was asked for.
+    // Regular files ignore O_NONBLOCK; anything else gets back the blocking I/O it was
+    // asked for.
     if (!S_ISREG(opened.st_mode) && (mFlags & O_NONBLOCK) == 0) {
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     }
@@ -122,7 +123,6 @@ int RFileStream::open() {
     }
     mMapAddress = static_cast<unsigned char*>(address);
     mMappedBytes = std::min<long long>(opened.st_size, mMapLength);
-    mPrefaulted = 0;
     return kResultOK;
 }
 
@@ -150,7 +150,6 @@ long long RFileStream::read(unsigned char* buffer, long long length) {
     const long long count = std::min(length, std::max(mFileSize - mPosition, 0LL));
     const long long backed = std::clamp(mMappedBytes - mPosition, 0LL, count);
     if (backed > 0) {
-        prefault(mPosition + backed);
         std::memcpy(buffer, mMapAddress + mPosition, static_cast<size_t>(backed));
     }
     if (count > backed) {
@@ -158,19 +157,6 @@ long long RFileStream::read(unsigned char* buffer, long long length) {
     }
     mPosition += count;
     return count;
-}
-
-void RFileStream::prefault(long long end) noexcept {
-    if (end <= mPrefaulted) {
-        return;
-    }
-    const long long page = getpagesize();
-    const long long from = std::max(mPrefaulted, mPosition) / page * page;
-    const long long to = std::min(end + kPrefaultWindow, mMappedBytes);
-    // Best effort: a kernel without MADV_POPULATE_READ, or a file cut short since it was
-    // mapped, leaves the pages to be faulted in by the copy as before.
-    ::madvise(mMapAddress + from, static_cast<size_t>(to - from), MADV_POPULATE_READ);
-    mPrefaulted = to;
 }
 
 long long RFileStream::write(unsigned char* buffer, long long length) {

@@ -60,16 +60,20 @@ RString RFormatObjectMap::get(unsigned int in, unsigned int out) const {
     return nameOrFirst(byOutput->second, in);
 }
 
-const ComponentFormatItem* RFormatObjectMap::getFormatItem(unsigned int in,
-                                                           unsigned int out) const {
+const ComponentFormatItem* RFormatObjectMap::findFormatItem(unsigned int in,
+                                                            unsigned int out) const {
     for (const ComponentFormatItem& item : mItems) {
         if (item.inFormat == kAnyFourCC || serves(item, in, out)) {
             return &item;
         }
     }
-    // Immutable and shared, so a miss neither allocates nor hands out something to free.
-    static const ComponentFormatItem miss;
-    return &miss;
+    return nullptr;
+}
+
+const ComponentFormatItem* RFormatObjectMap::getFormatItem(unsigned int in,
+                                                           unsigned int out) const {
+    const ComponentFormatItem* found = findFormatItem(in, out);
+    return found ? found : new ComponentFormatItem();
 }
 
 bool RFormatObjectMap::supportsFormats(unsigned int in, unsigned int out) const {

@@ -143,7 +143,13 @@ void RFrame::adopt(unsigned char* data, unsigned int size) noexcept {
 
 void RFrame::initWithData(unsigned char* data, ConstructionFlags flags) {
     if (!(flags & ConstructionCopy)) {
-        adopt(data, mSize);
+        // The caller's block becomes the frame's as it is: the size and capacity the frame
+        // was given stand. Only a null block empties the frame.
+        if (!data) {
+            adopt(nullptr, 0);
+        } else if (data != mData.get()) {
+            mData.reset(data);
+        }
         return;
     }
     // The old block goes only after the copy: `data` may lie in it.

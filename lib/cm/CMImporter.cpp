@@ -17,7 +17,8 @@ int RImporter::init(RPtr<RStream> stream, std::vector<RQueue*>& outputs) {
     initialize();
     mStream = std::move(stream);
     mOutputQueues = outputs;
-    // No outputs, no array.
+    // The writers of an earlier init go (the count becomes 0); no outputs, no array.
+    releaseEndpoints(mWriters, mWriterCount);
     if (!outputs.empty()) {
         mWriters = makeEndpoints<RQFrameWriter>(outputs, this, mWriterCount);
     }

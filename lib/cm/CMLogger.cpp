@@ -12,6 +12,7 @@
 #include <ctime>
 #include <exception>
 #include <mutex>
+#include <string>
 
 namespace ZR {
 namespace CM {
@@ -80,25 +81,29 @@ long RLogger::getStartTime() {
 
 int RLogger::forward(int priority, int time, const char* message) {
     const std::lock_guard<CMutex> lock(mMutex);
-    if (mSyslog) {
-        mSyslog->log(priority, time, message);
-    }
-    if (mFile) {
-        mFile->log(priority, time, message);
-    }
+    fanOutLocked(priority, time, message, nullptr);
     if (mTCP) {
-        mTCP->log(priority, time, message);
+        // A TCP peer dropped while this message went out cannot tell of it itself.
+        const std::string report = mTCP->takeDropReport();
+        if (!report.empty()) {
+            fanOutLocked(kLogError, time, report.c_str(), mTCP.addr());
+        }
     }
-    if (mUDP) {
-        mUDP->log(priority, time, message);
-    }
-    if (mSNMP) {
-        mSNMP->log(priority, time, message);
+    return 0;
+}
+
+void RLogger::fanOutLocked(int priority, int time, const char* message,
+                           const RLogInterfaceP* except) {
+    RLogInterfaceP* const destinations[] = {mSyslog.addr(), mFile.addr(), mTCP.addr(), mUDP.addr(),
+                                            mSNMP.addr()};
+    for (RLogInterfaceP* destination : destinations) {
+        if (destination && destination != except) {
+            destination->log(priority, time, message);
+        }
     }
     for (const RPtr<RLogInterfaceP>& destination : mExtra) {
         destination->log(priority, time, message);
     }
-    return 0;
 }
 
 void RLogger::addInterface(RLogInterfaceP* destination) {

@@ -2,10 +2,13 @@
 
 #include <cm/CMSNMPTrap.h>
 #include <cm/CMSysConf.h>
+#include <zrbase/string_with_format.h>
 
 #include <syslog.h>
 
+#include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace ZR {
 namespace CM {
@@ -15,8 +18,6 @@ namespace {
 constexpr int kDefaultPort = 6677;
 constexpr int kDefaultSNMPPort = 162;
 constexpr int kOff = 8;
-// How long a TCP peer may take no data before it is dropped.
-constexpr int kTCPSendTimeoutMs = 1000;
 
 constexpr const char* kTrapOid = "1.3.6.1.4.1.15263.1.2.127";
 constexpr const char* kTextOid = "1.3.6.1.4.1.15263.1.1.126";
@@ -74,6 +75,15 @@ int RUDPLogInterface::log(int priority, int, const char* message) {
 
 RPtr<RTCPLogInterface> RTCPLogInterface::mDefault;
 std::atomic<int> RTCPLogInterface::mPriority{kOff};
+std::atomic<int> RTCPLogInterface::mStallLimit{RTCPLogInterface::kDefaultStallLimitMs};
+
+void RTCPLogInterface::setStallLimit(int milliseconds) {
+    const int limit = milliseconds > 0 ? milliseconds : kDefaultStallLimitMs;
+    mStallLimit.store(limit, std::memory_order_relaxed);
+    if (mDefault) {
+        mDefault->mSocket.setSendTimeout(limit);
+    }
+}
 
 RTCPLogInterface* RTCPLogInterface::getDefault(const char*) {
     // Existing configurations switch TCP logging on through the UDP host.
@@ -88,7 +98,9 @@ RTCPLogInterface::RTCPLogInterface()
     : mSocket(sys_conf::instance().get_value("common.logging.tcp-host", "").c_str(),
               sys_conf::instance().get_int("common.loggin.tcp-port", kDefaultPort),
               RSocket::kStream, RSocket::kIPv4) {
-    mSocket.setSendTimeout(kTCPSendTimeoutMs);
+    // The send time-out bounds each wait for room in the socket's buffer, not a whole
+    // message: a peer that takes some data within it keeps the connection.
+    mSocket.setSendTimeout(mStallLimit.load(std::memory_order_relaxed));
     mSocket.connect();
 }
 
@@ -96,13 +108,21 @@ int RTCPLogInterface::log(int priority, int, const char* message) {
     if (priority > getPriority() || !mSocket.isConnected()) {
         return 0;
     }
-    const int length = wireLength(message);
-    if (mSocket.write(message, length) != length) {
-        // Gone, or stuck for a whole time-out: waiting again would stall every logging
-        // thread at each message, and the rest of a cut message cannot follow it anyway.
+    // send() goes on after every partial write until the whole message is out. It fails
+    // when the peer has gone (the socket then counts as unconnected) or when a wait saw no
+    // room made for the whole stall limit; other failures are ignored, as every result is.
+    if (mSocket.send(message, wireLength(message)) == -1 &&
+        (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        mDropReport = zrbase::string_with_format(
+            "TCP log peer %s:%d took no data for %d ms and was dropped", mSocket.getHost(),
+            mSocket.getPort(), mSocket.getSendTimeout());
         mSocket.close();
     }
     return 0;
+}
+
+std::string RTCPLogInterface::takeDropReport() {
+    return std::exchange(mDropReport, std::string());
 }
 
 // Syslog

@@ -95,10 +95,14 @@ const RFrame* RQueue::frameOf(const RQNode* node) noexcept {
     return frame;
 }
 
-void RQueue::unregisterReader(RQNode* position) noexcept {
+void RQueue::forgetPasses(RQNode* position) noexcept {
     for (RQNode* node = mHead.mNext; node && node != position; node = node->mNext) {
         --node->mReadCount;
     }
+}
+
+void RQueue::unregisterReader(RQNode* position) noexcept {
+    forgetPasses(position);
     --mReaderCount;
     if (position && mReaderCount <= position->mReadCount) {
         remove();
@@ -123,6 +127,11 @@ void RQueue::wakeWaiters() {
     }
 }
 
+// Readers of this queue belong to other components, which handle the same "rstr" at other
+// moments: a reader may still hold a node released here. Each reader therefore compares
+// the clear count under the mutex before it touches its position again, and one that was
+// reset before this clear has already taken back its passes, so no node of the next run
+// is dropped early on its account.
 void RQueue::clear() noexcept {
     while (RQNode* const node = mHead.mNext) {
         mHead.mNext = node->mNext;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace ZR {
@@ -39,6 +40,27 @@ public:
 
 private:
     CMutex& mMutex;
+};
+
+// A broadcast held back until the queue mutex is released: declared before the lock
+// guard, it goes out after the unlock. The threads it wakes then find the mutex free,
+// where woken under it they would go back to sleep on it at once and need a second
+// wake-up. They were counted as waiting under the mutex, so they are inside the condition
+// wait already and cannot miss it.
+class DeferredBroadcast {
+public:
+    DeferredBroadcast() = default;
+    DeferredBroadcast(const DeferredBroadcast&) = delete;
+    DeferredBroadcast& operator=(const DeferredBroadcast&) = delete;
+    ~DeferredBroadcast() {
+        if (mCondition) {
+            mCondition->broadcast();
+        }
+    }
+    void arm(CCondition& condition) noexcept { mCondition = &condition; }
+
+private:
+    CCondition* mCondition = nullptr;
 };
 
 }  // namespace
@@ -84,18 +106,26 @@ bool RQueueRW::mayProceedLocked() {
     return !mComponent->isPaused();
 }
 
-void RQueueRW::signalHighLimit() noexcept {
-    RQueue& q = *mQueue;
-    if ((q.mHighLimit == 0 || q.mNodeCount >= q.mHighLimit) && q.mReadersWaiting > 0) {
-        q.mDataCondition.broadcast();
-    }
+bool RQueueRW::readersToWakeLocked() const noexcept {
+    const RQueue& q = *mQueue;
+    return (q.mHighLimit == 0 || q.mNodeCount >= q.mHighLimit) && q.mReadersWaiting > 0;
 }
 
 // "No limits" is decided by the high limit here too: a low limit alone has no effect.
+bool RQueueRW::writersToWakeLocked() const noexcept {
+    const RQueue& q = *mQueue;
+    return (q.mHighLimit == 0 || q.mNodeCount <= q.mLowLimit) && q.mWritersWaiting > 0;
+}
+
+void RQueueRW::signalHighLimit() noexcept {
+    if (readersToWakeLocked()) {
+        mQueue->mDataCondition.broadcast();
+    }
+}
+
 void RQueueRW::signalLowLimit() noexcept {
-    RQueue& q = *mQueue;
-    if ((q.mHighLimit == 0 || q.mNodeCount <= q.mLowLimit) && q.mWritersWaiting > 0) {
-        q.mRoomCondition.broadcast();
+    if (writersToWakeLocked()) {
+        mQueue->mRoomCondition.broadcast();
     }
 }
 
@@ -123,13 +153,16 @@ RQFrameWriter::~RQFrameWriter() {
 
 void RQFrameWriter::putP(const RFrame* frame) {
     RQueue& q = *mQueue;
+    DeferredBroadcast wake;
     std::lock_guard<CMutex> lock(q.mMutex);
     while (!mayProceedLocked() || (q.mHighLimit != 0 && q.mNodeCount >= q.mHighLimit)) {
         waitOn(q.mRoomCondition, q.mWritersWaiting, q.mMutex);
     }
     // The queue shares the frame with its readers; nobody writes to it any more.
     q.put(const_cast<RFrame*>(frame));
-    signalHighLimit();
+    if (readersToWakeLocked()) {
+        wake.arm(q.mDataCondition);
+    }
 }
 
 void RQFrameWriter::end() {
@@ -176,11 +209,17 @@ RQFrameReader::~RQFrameReader() {
 }
 
 void RQFrameReader::forgetClearedPositionLocked() noexcept {
-    if (mGeneration != mQueue->mGeneration) {
-        // The cleared queue counts its frames from zero again; so does the reader.
+    if (mGeneration == mQueue->mGeneration) {
+        return;
+    }
+    mGeneration = mQueue->mGeneration;
+    mPastEnd = false;  // the nodes it had passed went with the clear
+    // A reader that held nothing (it had not started, or had read to the end) lost nothing
+    // to the clear and keeps its count. One that held a node holds a released one now: it
+    // starts again at the head and counts from zero, as the cleared queue does.
+    if (mCurrent) {
         mCurrent = nullptr;
         mFramesRead.store(0, std::memory_order_relaxed);
-        mGeneration = mQueue->mGeneration;
     }
 }
 
@@ -189,25 +228,36 @@ RQNode* RQFrameReader::nextNode() {
 }
 
 RPtr<RFrame> RQFrameReader::nextFrame() {
-    // The node is held while it is copied outside the lock: a clear() of the queue by
+    // The frame is held while it is copied outside the lock: a clear() of the queue by
     // another component may drop the queue's own reference meanwhile.
-    RPtr<const RQNode> held;
+    RPtr<const RFrame> held;
     step(&held);
     if (!held) {
         return RPtr<RFrame>();
     }
-    // Nodes in a queue are always frames; each reader gets a copy of its own.
-    return static_cast<const RFrame*>(held.addr())->copy();
+    return held->copy();
 }
 
-RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
+RPtr<const RFrame> RQFrameReader::nextSharedFrame() {
+    RPtr<const RFrame> held;
+    step(&held);
+    return held;
+}
+
+RQNode* RQFrameReader::step(RPtr<const RFrame>* hold) {
     RQueue& q = *mQueue;
+    // The node this reader leaves behind is held until the mutex is released: when the
+    // queue drops it and no one else holds it, the frame is destroyed after the unlock
+    // rather than inside the lock, where its destruction would hold up the writer.
+    RPtr<const RQNode> left;
+    DeferredBroadcast wake;
     std::lock_guard<CMutex> lock(q.mMutex);
     for (;;) {
         const bool mayProceed = mayProceedLocked();
         forgetClearedPositionLocked();
         if (mayProceed) {
             if (mCurrent && mCurrent->getNext()) {
+                left = mCurrent;
                 mCurrent = q.nextNode(mCurrent);
                 break;
             }
@@ -217,6 +267,8 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
             }
             if (q.getEndOfQueue()) {
                 // Past the last node: mark it read and hand out null.
+                mPastEnd = mPastEnd || mCurrent;
+                left = mCurrent;
                 mCurrent = mCurrent ? q.nextNode(mCurrent) : q.firstNode();
                 break;
             }
@@ -229,9 +281,12 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
                           std::memory_order_relaxed);
     }
     if (hold) {
-        *hold = mCurrent;
+        // Nodes in a queue are always frames.
+        *hold = static_cast<const RFrame*>(mCurrent);
     }
-    signalLowLimit();
+    if (writersToWakeLocked()) {
+        wake.arm(q.mRoomCondition);
+    }
     return mCurrent;
 }
 
@@ -244,9 +299,22 @@ const RDescription* RQFrameReader::getDescriptionP() {
     return static_cast<const RDescription*>(q.mDescription.addr());
 }
 
+// The readers of one queue handle a "rstr" at different moments, and the writer clears
+// the queue at yet another. A reader that went back to the head with its passes still
+// counted would count the nodes it reads again twice, and drop a node that another reader
+// still holds. So the passes are taken back here, under the mutex, unless a clear has
+// already dropped them with the nodes.
 void RQFrameReader::reset() noexcept {
+    std::lock_guard<CMutex> lock(mQueue->mMutex);
+    forgetClearedPositionLocked();
+    // Past the end, every node left has been passed; a reader that is past the end of a
+    // run the writer has since cleared passed none of the nodes now in the queue.
+    if (mCurrent || mPastEnd) {
+        mQueue->forgetPasses(mCurrent);
+    }
     mFramesRead.store(0, std::memory_order_relaxed);
     mCurrent = nullptr;
+    mPastEnd = false;
 }
 
 // RQSampleWriter
@@ -275,8 +343,8 @@ void RQSampleWriter::setDescriptionP(const RAudioDescription* description) {
     mWriter->setDescriptionP(description);
 }
 
-unsigned char* RQSampleWriter::allocateBuffer() const {
-    auto* buffer = static_cast<unsigned char*>(std::malloc(mBufferSize));
+unsigned char* RQSampleWriter::allocateBuffer(unsigned int size) {
+    auto* buffer = static_cast<unsigned char*>(std::malloc(size));
     if (!buffer) {
         ZR_THROW(kFile, CString("memory allocation error."));
     }
@@ -284,14 +352,22 @@ unsigned char* RQSampleWriter::allocateBuffer() const {
 }
 
 void RQSampleWriter::initializeInternalData(const RAudioDescription* description) {
-    mFrameDuration = static_cast<double>(mSamplesPerFrame) / description->mSampleRate;
-    mBufferSize = description->mChannels * description->mBytesPerSample * mSamplesPerFrame;
-    // A buffer being filled under an earlier description is dropped with its samples
-    // rather than leaked.
+    const unsigned int bufferSize =
+        description->mChannels * description->mBytesPerSample * mSamplesPerFrame;
+    std::unique_ptr<unsigned char, void (*)(void*)> buffer(allocateBuffer(bufferSize), std::free);
+    // Samples buffered under an earlier description are kept: they move into the new
+    // buffer, or, when they would overrun it, go out first as a frame of their own.
+    if (mFill > bufferSize) {
+        emitPartial();
+        ++mFrameCounter;
+    }
+    if (mFill > 0) {
+        std::memcpy(buffer.get(), mBuffer, mFill);
+    }
     std::free(mBuffer);
-    mBuffer = nullptr;
-    mFill = 0;
-    mBuffer = allocateBuffer();
+    mBuffer = buffer.release();
+    mBufferSize = bufferSize;
+    mFrameDuration = static_cast<double>(mSamplesPerFrame) / description->mSampleRate;
 }
 
 void RQSampleWriter::emitFull() {
@@ -324,7 +400,7 @@ unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned in
             return count;
         }
         emitFull();
-        mBuffer = allocateBuffer();
+        mBuffer = allocateBuffer(mBufferSize);
         data += space;
         remaining -= space;
         mFill = 0;
@@ -333,16 +409,20 @@ unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned in
     }
 }
 
+void RQSampleWriter::emitPartial() {
+    const double samples = samplesIn(mFill, mDescription->mBytesPerSample);
+    const CTimeStamp duration = samples / mDescription->mSampleRate / mDescription->mChannels;
+    const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
+    RPtr<const RFrame> frame(RAudioFrame::createWithData(
+        mFrameCounter, start, duration, mDataFormat, mFill, mBuffer, 0, 0, ConstructionAdopt));
+    mBuffer = nullptr;  // the frame owns it now
+    mFill = 0;
+    mWriter->put(frame);
+}
+
 void RQSampleWriter::end() {
     if (mFill > 0) {
-        const double samples = samplesIn(mFill, mDescription->mBytesPerSample);
-        const CTimeStamp duration = samples / mDescription->mSampleRate / mDescription->mChannels;
-        const CTimeStamp start = mStartTime + mFrameCounter * double(mFrameDuration);
-        RPtr<const RFrame> frame(RAudioFrame::createWithData(
-            mFrameCounter, start, duration, mDataFormat, mFill, mBuffer, 0, 0, ConstructionAdopt));
-        mBuffer = nullptr;
-        mFill = 0;
-        mWriter->put(frame);
+        emitPartial();
     } else {
         std::free(mBuffer);
         mBuffer = nullptr;
@@ -384,7 +464,10 @@ unsigned int RQSampleReader::readSamples(unsigned char* dst, unsigned int count)
         return count;
     }
     for (;;) {
-        std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        // An empty frame has no block to copy from.
+        if (available > 0) {
+            std::memcpy(dst, mCurrentFrame->getData() + mOffset, available);
+        }
         if (available >= wanted) {
             break;
         }

@@ -4,6 +4,7 @@
 
 #include <strings.h>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -37,14 +38,15 @@ struct Line {
 };
 
 // The complete line starting at `start`, or false when no line end has arrived yet. While
-// more bytes may come (`complete` false), a "\r" as the last byte may still be the first
-// half of "\r\n" and does not end a line yet.
+// more bytes may come (`complete` false), a "\r" as the last byte after some text may still
+// be the first half of "\r\n" and does not end that line yet. A "\r" that starts a line is
+// an empty line at once: the header block ends there, whatever follows it.
 bool lineAt(const char* bytes, int length, int start, bool complete, Line* line) {
     for (int i = start; i < length; ++i) {
         if (bytes[i] != '\r' && bytes[i] != '\n') {
             continue;
         }
-        if (bytes[i] == '\r' && i + 1 == length && !complete) {
+        if (bytes[i] == '\r' && i + 1 == length && i > start && !complete) {
             return false;
         }
         const bool pair = bytes[i] == '\r' && i + 1 < length && bytes[i + 1] == '\n';
@@ -101,26 +103,23 @@ private:
     const Clock::time_point mDeadline;
 };
 
-// The value of parameter `name` in an authentication challenge, written name="value" or
-// name=value; empty when absent. Only a whole parameter name counts, so "nonce" is not
-// found inside "cnonce".
+// The value of parameter `name` in an authentication challenge: found by a plain search
+// for the name, which may also match inside a longer name ("nonce" in "cnonce"), then
+// written name="value" or name=value. Empty when the name is absent or not followed by
+// '='.
 std::string challengeParameter(const char* challenge, const char* name) {
-    const size_t nameLength = std::strlen(name);
-    for (const char* p = std::strstr(challenge, name); p; p = std::strstr(p + 1, name)) {
-        const bool wholeName = p == challenge || p[-1] == ' ' || p[-1] == ',' || p[-1] == '\t';
-        const char* value = p + nameLength;
-        if (!wholeName || *value != '=') {
-            continue;
-        }
-        ++value;
-        if (*value == '"') {
-            ++value;
-            const char* close = std::strchr(value, '"');
-            return std::string(value, close ? close : value + std::strlen(value));
-        }
-        return std::string(value, value + std::strcspn(value, ", \t"));
+    const char* found = std::strstr(challenge, name);
+    const char* value = found ? found + std::strlen(name) : nullptr;
+    if (!value || *value != '=') {
+        return std::string();
     }
-    return std::string();
+    ++value;
+    if (*value == '"') {
+        ++value;
+        const char* close = std::strchr(value, '"');
+        return std::string(value, close ? close : value + std::strlen(value));
+    }
+    return std::string(value, value + std::strcspn(value, ", \t"));
 }
 
 }  // namespace
@@ -178,16 +177,27 @@ RPtr<RRTSPResponse> RRTSPResponse::createWithSocket(RPtr<RSocket>& socket) {
     int received = 0;
     int lineStart = 0;
     int headerEnd = -1;
+    bool timedOut = false;
     {
         ReplyDeadline deadline(*socket);
-        while (headerEnd == -1 && received < kBufferSize && deadline.arm()) {
+        while (headerEnd == -1 && received < kBufferSize) {
+            if (!deadline.arm()) {
+                timedOut = true;
+                break;
+            }
             const int got = socket->read2(buffer + received, kBufferSize - received);
             if (got <= 0) {
+                timedOut = got == -1 && (errno == EAGAIN || errno == EWOULDBLOCK);
                 break;
             }
             received += got;
             headerEnd = findHeaderEnd(buffer, received, &lineStart);
         }
+    }
+    // The rest of a late reply may still come: the connection is closed, so that it can
+    // never be read as the reply to a later request.
+    if (timedOut) {
+        socket->close();
     }
     response->parse(buffer, received, headerEnd);
     return response;
@@ -262,6 +272,13 @@ bool CRTSPSessionDelegate::shouldAuthenticate(RRTSPSession*, RRTSPRequest*, RRTS
 // RRTSPSession
 
 RRTSPSession::RRTSPSession(const RURI& uri) : mURI(uri) {}
+
+void RRTSPSession::setReceiveTimeout(int milliseconds) {
+    mReceiveTimeout = milliseconds;
+    if (mSocket) {
+        mSocket->setReceiveTimeout(milliseconds);
+    }
+}
 
 int RRTSPSession::connect() {
     mSocket = mURI.getSocket();

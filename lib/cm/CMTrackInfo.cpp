@@ -165,12 +165,9 @@ RMovieInfo::~RMovieInfo() {
 }
 
 void RMovieInfo::addTrack(RTrackInfo* track) {
-    if (!track) {
-        return;
-    }
-    mTracks.push_back(track);
-    if (track->retain_count() == 0) {
-        track->retain();
+    // A null track would be dereferenced by every later walk over the tracks.
+    if (track) {
+        mTracks.push_back(track);
     }
 }
 
@@ -234,7 +231,7 @@ CData& operator>>(CData& data, RMovieInfo& movie) {
         unsigned int mediaType = 0;
         data >> mediaType;
         if (RPtr<RTrackInfo> track = readTrackOfType(data, mediaType)) {
-            track->retain();
+            track->retain();  // the reference the movie takes over
             movie.addTrack(track.addr());
         }
     }

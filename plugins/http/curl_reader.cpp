@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string>
 
 namespace cm_http {
@@ -40,25 +41,64 @@ bool parse_number(char const*& p, long long& value) {
     return errno != ERANGE;
 }
 
+// Frees a string that libcurl allocated.
+struct curl_string_deleter {
+    void operator()(char* text) const { curl_free(text); }
+};
+using curl_string = std::unique_ptr<char, curl_string_deleter>;
+
+struct url_deleter {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+using parsed_url = std::unique_ptr<CURLU, url_deleter>;
+
+// A part of a parsed URL, or null.
+curl_string url_part(parsed_url const& url, CURLUPart part) {
+    char* text = nullptr;
+    return curl_string(curl_url_get(url.get(), part, &text, 0) == CURLUE_OK ? text : nullptr);
+}
+
+bool is_redirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+// The URL as errors show it: without user name and password, or as it is when libcurl
+// cannot take it apart.
+std::string shown(std::string const& url) {
+    const parsed_url parts(curl_url());
+    if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+        curl_url_set(parts.get(), CURLUPART_USER, nullptr, 0) != CURLUE_OK ||
+        curl_url_set(parts.get(), CURLUPART_PASSWORD, nullptr, 0) != CURLUE_OK) {
+        return url;
+    }
+    const curl_string text = url_part(parts, CURLUPART_URL);
+    return text ? text.get() : url;
+}
+
 }  // namespace
 
-// One request: where its body goes, and what its headers said.
+// One request: what is asked, where its body goes, and what the reply said.
 struct curl_reader::transfer {
+    bool head = false;    // a HEAD instead of a GET of bytes [first, first + capacity)
     long long first = 0;  // the first byte asked for
     unsigned char* data = nullptr;
     std::size_t capacity = 0;
     std::size_t received = 0;
 
-    // Of the last response: a redirect's headers are replaced by those of the next one.
-    long status = 0;
-    long long range_first = -1;  // Content-Range: "bytes FIRST-LAST/TOTAL"
-    long long range_total = -1;  // also from "bytes */TOTAL"; -1 for "*" or none
+    // Of the last response: each status line, and each redirect, starts a new one.
+    struct reply_state {
+        long status = 0;
+        long long length = -1;       // Content-Length; -1 when not told
+        long long range_first = -1;  // Content-Range: "bytes FIRST-LAST/TOTAL"
+        long long range_total = -1;  // also from "bytes */TOTAL"; -1 for "*" or none
+        std::string location;
 
-    bool body_started = false;
-    long long skip = 0;        // bytes to drop from a reply that starts before first
-    bool full = false;         // the body went on past capacity: stopped on purpose
-    bool not_success = false;  // the body of an error reply: stopped on purpose
-    bool wrong_range = false;  // a 206 for other bytes than those asked for
+        bool body_started = false;
+        long long skip = 0;        // bytes to drop from a reply that starts before first
+        bool full = false;         // the body went on past capacity: stopped on purpose
+        bool not_success = false;  // the body of another reply than success: stopped on purpose
+        bool wrong_range = false;  // a 206 for other bytes than those asked for
+    } reply;
 
     void parse_content_range(char const* p) {
         while (*p == ' ' || *p == '\t') {
@@ -85,8 +125,8 @@ struct curl_reader::transfer {
         if (*p != '*' && !parse_number(p, total)) {
             return;
         }
-        range_first = begin;
-        range_total = total;
+        reply.range_first = begin;
+        reply.range_total = total;
     }
 
     static std::size_t on_header(char* bytes, std::size_t size, std::size_t count, void* user) {
@@ -94,12 +134,16 @@ struct curl_reader::transfer {
         const std::string line(bytes, size * count);
         if (starts_with_no_case(line, "HTTP/")) {
             const std::size_t space = line.find(' ');
-            self.status =
+            self.reply = reply_state();
+            self.reply.status =
                 space == std::string::npos ? 0 : std::strtol(line.c_str() + space + 1, nullptr, 10);
-            self.range_first = -1;
-            self.range_total = -1;
         } else if (starts_with_no_case(line, "content-range:")) {
             self.parse_content_range(line.c_str() + std::strlen("content-range:"));
+        } else if (starts_with_no_case(line, "location:")) {
+            const std::size_t begin = line.find_first_not_of(" \t", std::strlen("location:"));
+            const std::size_t end = line.find_last_not_of(" \t\r\n");
+            self.reply.location =
+                begin == std::string::npos ? std::string() : line.substr(begin, end + 1 - begin);
         }
         return size * count;
     }
@@ -107,32 +151,33 @@ struct curl_reader::transfer {
     // Returning less than it was given stops the transfer (CURLE_WRITE_ERROR).
     static std::size_t on_body(char* bytes, std::size_t size, std::size_t count, void* user) {
         transfer& self = *static_cast<transfer*>(user);
+        reply_state& reply = self.reply;
         const std::size_t length = size * count;
-        if (!self.body_started) {
-            self.body_started = true;
-            if (self.status / 100 != 2) {
-                self.not_success = true;
+        if (!reply.body_started) {
+            reply.body_started = true;
+            if (reply.status / 100 != 2) {
+                reply.not_success = true;
                 return 0;
             }
-            if (self.status == 206) {
-                self.wrong_range = self.range_first != self.first;
-                if (self.wrong_range) {
+            if (reply.status == 206) {
+                reply.wrong_range = reply.range_first != self.first;
+                if (reply.wrong_range) {
                     return 0;
                 }
             } else {
-                self.skip = self.first;  // the whole resource from its start
+                reply.skip = self.first;  // the whole resource from its start
             }
         }
         std::size_t used = 0;
-        if (self.skip > 0) {
-            used = static_cast<std::size_t>(std::min<long long>(self.skip, length));
-            self.skip -= static_cast<long long>(used);
+        if (reply.skip > 0) {
+            used = static_cast<std::size_t>(std::min<long long>(reply.skip, length));
+            reply.skip -= static_cast<long long>(used);
         }
         const std::size_t take = std::min(length - used, self.capacity - self.received);
         std::memcpy(self.data + self.received, bytes + used, take);
         self.received += take;
         if (used + take < length) {
-            self.full = true;
+            reply.full = true;
             return 0;
         }
         return length;
@@ -140,8 +185,7 @@ struct curl_reader::transfer {
 };
 
 curl_reader::curl_reader()
-    : m_error(),
-      m_size(-1),
+    : m_size(-1),
       m_position(0),
       m_window(new unsigned char[k_window]),
       m_window_first(0),
@@ -151,25 +195,14 @@ curl_reader::~curl_reader() = default;
 
 void curl_reader::open(std::string const& uri, std::string const&) {
     close();
-    m_easy.reset(curl_easy_init());
-    if (!m_easy) {
-        fail("cannot create a libcurl handle");
+    m_share.reset(curl_share_init());
+    if (!m_share ||
+        curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT) != CURLSHE_OK ||
+        curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) != CURLSHE_OK) {
+        m_share.reset();
+        fail("cannot set up libcurl");
     }
-    CURL* const easy = m_easy.get();
-    curl_easy_setopt(easy, CURLOPT_URL, uri.c_str());
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 10L);
-    // No signals: readers run on component threads, not the main one.
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    // A server that stops answering fails the request instead of blocking it for ever.
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, 15L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 30L);
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_error);
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &transfer::on_header);
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &transfer::on_body);
+    m_url = uri;
     try {
         m_size = probe_size();
     } catch (...) {
@@ -179,52 +212,131 @@ void curl_reader::open(std::string const& uri, std::string const&) {
 }
 
 void curl_reader::close() {
-    m_easy.reset();
+    m_share.reset();
     m_size = -1;
     m_position = 0;
     m_window_length = 0;
 }
 
 void curl_reader::require_open() const {
-    if (!m_easy) {
+    if (!m_share) {
         fail("the reader is not open");
     }
 }
 
+void curl_reader::fail_at(std::string const& reason) const {
+    fail(shown(m_url) + ": " + reason);
+}
+
 void curl_reader::perform(transfer& request) const {
-    CURL* const easy = m_easy.get();
+    std::vector<std::string> visited;
+    for (int redirects = 0;; ++redirects) {
+        exchange(request);
+        const long status = request.reply.status;
+        if (is_redirect(status) && !request.reply.location.empty()) {
+            follow(request.reply.location, redirects, visited);
+            continue;
+        }
+        if (request.reply.wrong_range) {
+            fail_at(zrbase::string_with_format("the server sent bytes from %lld instead of %lld",
+                                               request.reply.range_first, request.first));
+        }
+        // 416: the range lies past the end, which the caller handles.
+        if (status / 100 != 2 && status != 416) {
+            fail_at(zrbase::string_with_format("HTTP status %ld", status));
+        }
+        return;
+    }
+}
+
+// libcurl 7.88 keeps, in the handle, a pointer to the last header line of the previous
+// transfer after freeing that line; a reply whose first header line is a continuation
+// (it starts with white space) is then appended to freed memory. So no handle serves more
+// than one exchange: a fresh one has no earlier header to continue, and refuses such a
+// reply.
+void curl_reader::exchange(transfer& request) const {
+    request.reply = transfer::reply_state();
+    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(),
+                                                                     &curl_easy_cleanup);
+    CURL* const easy = handle.get();
+    if (!easy) {
+        fail("cannot create a libcurl handle");
+    }
+    char error[CURL_ERROR_SIZE] = "";
+    curl_easy_setopt(easy, CURLOPT_SHARE, m_share.get());
+    curl_easy_setopt(easy, CURLOPT_URL, m_url.c_str());
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    // No signals: readers run on component threads, not the main one.
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // A server that stops answering fails the request instead of blocking it for ever.
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, 15L);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 30L);
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &transfer::on_header);
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, &request);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &transfer::on_body);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &request);
-    m_error[0] = '\0';
+    std::string range;
+    if (request.head) {
+        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    } else {
+        range = std::to_string(request.first) + "-" +
+                std::to_string(request.first + static_cast<long long>(request.capacity) - 1);
+        curl_easy_setopt(easy, CURLOPT_RANGE, range.c_str());
+    }
     const CURLcode result = curl_easy_perform(easy);
-    if (request.wrong_range) {
-        fail(zrbase::string_with_format("the server sent bytes from %lld instead of %lld",
-                                        request.range_first, request.first));
-    }
-    const bool stopped = result == CURLE_WRITE_ERROR && (request.full || request.not_success);
+    const transfer::reply_state& reply = request.reply;
+    const bool stopped =
+        result == CURLE_WRITE_ERROR && (reply.full || reply.not_success || reply.wrong_range);
     if (result != CURLE_OK && !stopped) {
-        fail(m_error[0] ? m_error : curl_easy_strerror(result));
+        fail_at(error[0] ? error : curl_easy_strerror(result));
     }
-    // 416: the range lies past the end, which the caller handles.
-    if (request.status / 100 != 2 && request.status != 416) {
-        fail(zrbase::string_with_format("HTTP status %ld", request.status));
+    curl_off_t length = -1;
+    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    request.reply.length = length;
+}
+
+// Only http and https, never a URL already asked for this request, and at most
+// k_max_redirects: a loop or an endless chain fails at once with the URL it reached.
+void curl_reader::follow(std::string const& location, int redirects,
+                         std::vector<std::string>& visited) const {
+    if (redirects == k_max_redirects) {
+        fail_at(zrbase::string_with_format("more than %d redirects", k_max_redirects));
     }
+    const parsed_url target(curl_url());
+    // A relative Location counts from the URL that sent it.
+    const bool parsed =
+        target && curl_url_set(target.get(), CURLUPART_URL, m_url.c_str(), 0) == CURLUE_OK &&
+        curl_url_set(target.get(), CURLUPART_URL, location.c_str(), CURLU_URLENCODE) == CURLUE_OK;
+    const curl_string url = parsed ? url_part(target, CURLUPART_URL) : nullptr;
+    if (!url) {
+        fail_at("malformed redirect to \"" + location + "\"");
+    }
+    const curl_string scheme = url_part(target, CURLUPART_SCHEME);
+    if (!scheme ||
+        (std::strcmp(scheme.get(), "http") != 0 && std::strcmp(scheme.get(), "https") != 0)) {
+        fail_at("redirect to " + shown(url.get()) + ", which is neither http nor https");
+    }
+    visited.push_back(m_url);
+    if (std::find(visited.begin(), visited.end(), url.get()) != visited.end()) {
+        fail_at("redirect loop back to " + shown(url.get()));
+    }
+    m_url = url.get();
 }
 
 long long curl_reader::probe_size() const {
     transfer head;
-    curl_easy_setopt(m_easy.get(), CURLOPT_NOBODY, 1L);
+    head.head = true;
     try {
         perform(head);
-        curl_off_t length = -1;
-        curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-        if (head.status / 100 == 2 && length >= 0) {
-            return length;
+        if (head.reply.status / 100 == 2 && head.reply.length >= 0) {
+            return head.reply.length;
         }
     } catch (zrbase::e::base const&) {
-        // Without any reply there is nothing more to ask. A refused HEAD is retried as a
-        // GET, whose answer counts.
-        if (head.status == 0) {
+        // Without any reply, or with redirects that cannot be followed, a GET would end the
+        // same way. A refused HEAD is retried as a GET, whose answer counts.
+        if (head.reply.status == 0 || is_redirect(head.reply.status)) {
             throw;
         }
     }
@@ -232,23 +344,12 @@ long long curl_reader::probe_size() const {
     transfer get;
     get.data = &first_byte;
     get.capacity = 1;
-    get_range(get);
-    if (get.status == 206 || get.status == 416) {
-        return get.range_total;
+    perform(get);
+    if (get.reply.status == 206 || get.reply.status == 416) {
+        return get.reply.range_total;
     }
     // A server without ranges sent the whole resource: its length, if it said.
-    curl_off_t length = -1;
-    curl_easy_getinfo(m_easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    return length >= 0 ? length : -1;
-}
-
-void curl_reader::get_range(transfer& request) const {
-    const std::string range =
-        std::to_string(request.first) + "-" +
-        std::to_string(request.first + static_cast<long long>(request.capacity) - 1);
-    curl_easy_setopt(m_easy.get(), CURLOPT_HTTPGET, 1L);
-    curl_easy_setopt(m_easy.get(), CURLOPT_RANGE, range.c_str());
-    perform(request);
+    return get.reply.length >= 0 ? get.reply.length : -1;
 }
 
 std::size_t curl_reader::fetch(long long first, unsigned char* data, std::size_t capacity) const {
@@ -256,8 +357,8 @@ std::size_t curl_reader::fetch(long long first, unsigned char* data, std::size_t
     request.first = first;
     request.data = data;
     request.capacity = capacity;
-    get_range(request);
-    return request.status == 416 ? 0 : request.received;
+    perform(request);
+    return request.reply.status == 416 ? 0 : request.received;
 }
 
 unsigned int curl_reader::read(void* buffer, unsigned int count) const {

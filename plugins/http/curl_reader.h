@@ -6,11 +6,17 @@
 // only the bytes around it. Small reads are served from a window of k_window bytes
 // fetched at once; a read of a window or more goes straight into the caller's buffer. A
 // server that ignores ranges still works, at the cost of sending the resource from its
-// start each time. The connection is kept open between requests.
+// start each time.
+//
+// Each request has a libcurl handle of its own; the handles of one reader share its
+// connections, so the connection is still kept open between requests. The reader follows
+// redirects itself, at most k_max_redirects for one request, only to http and https
+// URLs, and sends later requests straight to where the last one led.
 //
 // Every failure (no connection, a status other than success, a reply that ends early or
-// carries another range than the one asked for) is thrown as a zrbase::e::base with
-// libcurl's or the server's reason. One thread at a time, as for every reader.
+// carries another range than the one asked for, a redirect that cannot be followed) is
+// thrown as a zrbase::e::base that starts with the URL asked last and gives libcurl's or
+// the server's reason. One thread at a time, as for every reader.
 #ifndef CM_PLUGINS_HTTP_CURL_READER_H
 #define CM_PLUGINS_HTTP_CURL_READER_H
 
@@ -20,12 +26,14 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace cm_http {
 
 class curl_reader : public zrcore::reader {
 public:
     static constexpr unsigned int k_window = 256 * 1024;
+    static constexpr int k_max_redirects = 10;
 
     curl_reader();
     ~curl_reader() override;
@@ -43,25 +51,32 @@ public:
     long long size() const override;
 
 private:
-    struct easy_deleter {
-        void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+    struct share_deleter {
+        void operator()(CURLSH* share) const { curl_share_cleanup(share); }
     };
     struct transfer;
 
     void require_open() const;
-    // Runs one request and throws unless it succeeded; the status says which success.
+    // Runs one request, following its redirects, and throws unless it succeeded; the
+    // status says which success.
     void perform(transfer& request) const;
+    // One exchange with m_url, without following a redirect.
+    void exchange(transfer& request) const;
+    // Points m_url at the Location of a redirect, or throws when it may not be followed.
+    void follow(std::string const& location, int redirects,
+                std::vector<std::string>& visited) const;
+    // Throws the reason, after the URL asked last.
+    [[noreturn]] void fail_at(std::string const& reason) const;
     long long probe_size() const;
-    // A GET of request's bytes; request.received bytes came, or none past the end (416).
-    void get_range(transfer& request) const;
     // Bytes [first, first + capacity) into data: the count received, 0 past the end.
     std::size_t fetch(long long first, unsigned char* data, std::size_t capacity) const;
     // Up to count bytes at the position, from the window or one request; 0 at the end.
     unsigned int read_some(unsigned char* out, unsigned int count) const;
 
-    // Where the handle writes its reasons; declared first, so that it outlives the handle.
-    mutable char m_error[CURL_ERROR_SIZE];
-    std::unique_ptr<CURL, easy_deleter> m_easy;
+    // Null while closed; keeps the connections between requests.
+    std::unique_ptr<CURLSH, share_deleter> m_share;
+    // Where requests go: the URL opened, then wherever its redirects led.
+    mutable std::string m_url;
     long long m_size;  // -1 while unknown
     // The rda view is const: reading moves the position and refills the window.
     mutable long long m_position;

@@ -34,6 +34,77 @@ TEST(CDataTest, ScalarsAreWrittenBigEndian) {
     EXPECT_EQ(d.getCursor(), d.getSize());
 }
 
+// A stream that records each growth it is asked for.
+class GrowthLog : public CData {
+public:
+    void resize(int newCapacity) override {
+        requests.push_back(newCapacity);
+        CData::resize(newCapacity);
+    }
+    std::vector<int> requests;
+};
+
+TEST(CDataTest, EachValueGrowsAnEmptyStreamOnceByItsWidth) {
+    struct Row {
+        const char* type;
+        void (*write)(CData&);
+        int width;
+    };
+    const Row rows[] = {
+        {"int", [](CData& d) { d << -1; }, 4},
+        {"unsigned int", [](CData& d) { d << 1u; }, 4},
+        {"enumeration", [](CData& d) { d << Kind::kVideo; }, 4},
+        {"unsigned long long", [](CData& d) { d << 1ULL; }, 8},
+        {"double", [](CData& d) { d << 1.0; }, 8},
+        {"CTimeStamp", [](CData& d) { d << ZR::CTimeStamp(1.0); }, 8},
+        {"Fixed64", [](CData& d) { d << ZR::Fixed64(1.0); }, 8},
+    };
+    for (const Row& row : rows) {
+        GrowthLog d;
+        row.write(d);
+        EXPECT_EQ(d.requests, std::vector<int>{row.width}) << row.type;
+        EXPECT_EQ(d.getSize(), row.width) << row.type;
+    }
+}
+
+TEST(CDataTest, EveryFormRoundTrips) {
+    CData d;
+    const ZR::CString text("round trip");
+    ZR::RString shared;
+    shared = "shared";
+    const std::vector<unsigned int> list = {7, 8, 9};
+    d << -123456 << 4000000000u << 0xFFFFFFFFFFFFFFFFULL << -0.5 << ZR::CTimeStamp(42.0)
+      << ZR::Fixed64(9.0) << text << shared << list << ZR::CString() << Kind::kVideo;
+
+    d.rewind();
+    int i = 0;
+    unsigned int u = 0;
+    unsigned long long ull = 0;
+    double dbl = 0;
+    ZR::CTimeStamp ts;
+    ZR::Fixed64 fixed;
+    ZR::CString textBack;
+    ZR::RString sharedBack;
+    std::vector<unsigned int> listBack;
+    ZR::CString emptyBack("not empty");
+    Kind kind = Kind::kNone;
+    d >> i >> u >> ull >> dbl >> ts >> fixed >> textBack >> sharedBack >> listBack >> emptyBack >>
+        kind;
+    EXPECT_FALSE(d.failed());
+    EXPECT_EQ(i, -123456);
+    EXPECT_EQ(u, 4000000000u);
+    EXPECT_EQ(ull, 0xFFFFFFFFFFFFFFFFULL);
+    EXPECT_EQ(dbl, -0.5);
+    EXPECT_EQ(double(ts), 42.0);
+    EXPECT_EQ(double(fixed), 9.0);
+    EXPECT_TRUE(textBack == "round trip");
+    EXPECT_TRUE(sharedBack == "shared");
+    EXPECT_EQ(listBack, list);
+    EXPECT_EQ(emptyBack.getSize(), 0);
+    EXPECT_EQ(kind, Kind::kVideo);
+    EXPECT_EQ(d.remaining(), 0);
+}
+
 TEST(CDataTest, StringsCarryTheirNulAndEmptyBuffersAreFourZeros) {
     CData d;
     d << ZR::CString("ab") << ZR::CBuffer();
@@ -64,4 +135,37 @@ TEST(CDataTest, TimeStampsTravelAsWholeSeconds) {
     EXPECT_EQ(double(f), 3.0);
     const std::vector<unsigned char> first(d.getData(), d.getData() + 8);
     EXPECT_EQ(first, (std::vector<unsigned char>{0, 0, 0, 0, 0, 0, 0, 2}));
+}
+
+TEST(CDataTest, ReadingPastTheEndStaysInsideTheBuffer) {
+    const unsigned char raw[] = {0, 0, 0, 5, 0xAA, 0xBB};
+    CData d(raw, sizeof raw);
+    unsigned int count = 0;
+    d >> count;
+    EXPECT_EQ(count, 5u);
+    EXPECT_FALSE(d.failed());
+    unsigned int partial = 99;
+    d >> partial;  // two bytes left, four wanted
+    EXPECT_EQ(partial, 0u);
+    EXPECT_TRUE(d.failed());
+    EXPECT_EQ(d.getCursor(), d.getSize());
+    double after = 1.0;
+    d >> after;
+    EXPECT_EQ(after, 0.0);
+
+    // A string whose count runs past the end reads as empty.
+    const unsigned char liar[] = {0x7F, 0xFF, 0xFF, 0xFF, 'x'};
+    CData lying(liar, sizeof liar);
+    ZR::CString s("kept?");
+    lying >> s;
+    EXPECT_TRUE(lying.failed());
+    EXPECT_EQ(s.getSize(), 0);
+
+    // A vector whose count is absurd stops at the end of the stream.
+    const unsigned char many[] = {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 1};
+    CData vec(many, sizeof many);
+    std::vector<unsigned int> items;
+    vec >> items;
+    EXPECT_EQ(items, std::vector<unsigned int>{1});
+    EXPECT_TRUE(vec.failed());
 }

@@ -70,6 +70,46 @@ void expectAllocationError(const std::function<void()>& action, const char* func
 
 }  // namespace
 
+TEST(FrameTest, ConstructionFlagsDecideWhoOwnsTheBytes) {
+    EXPECT_EQ(RPtr<RVideoFrame>(RVideoFrame::create(0))->getData(), nullptr);
+    RPtr<RAudioFrame> room(RAudioFrame::create(100));
+    EXPECT_EQ(room->getSize(), 0u);
+    EXPECT_EQ(room->getCapacity(), 100u);
+    expectSlack(*room);
+
+    // Copy: the frame has bytes of its own and the caller keeps its block.
+    unsigned char* source = pattern(32);
+    RPtr<RVideoFrame> copied(RVideoFrame::createWithData(kFormat, 32, source, 7, ConstructionCopy));
+    source[0] = 0;
+    EXPECT_TRUE(holdsPattern(*copied, 32));
+    expectSlack(*copied);
+    std::free(source);
+
+    // Copy and free: the leak checker sees the caller's block if it is not freed, the
+    // address sanitizer a double free if it is freed twice.
+    RPtr<RTextFrame> freed(RTextFrame::createWithData(1, 2.0, 0.5, kFormat, 32, pattern(32),
+                                                      ConstructionCopy | ConstructionFreeSource));
+    EXPECT_TRUE(holdsPattern(*freed, 32));
+    EXPECT_EQ(freed->getStartTime(), 2.0);
+
+    // Adopt: the caller's block becomes the frame's; the free bit alone does not copy.
+    for (ConstructionFlags flags : {ConstructionAdopt, ConstructionFreeSource}) {
+        unsigned char* adopted = pattern(24);
+        RPtr<RAudioFrame> frame(RAudioFrame::createWithData(kFormat, 24, adopted, 1, 2, flags));
+        EXPECT_EQ(frame->getData(), adopted);
+        EXPECT_EQ(frame->getCapacity(), 24u);
+    }
+    // Adopting into a frame made with room keeps the size and capacity it was given.
+    unsigned char* block = pattern(100);
+    room->initWithData(block, ConstructionAdopt);
+    EXPECT_EQ(room->getData(), block);
+    EXPECT_EQ(room->getSize(), 0u);
+    EXPECT_EQ(room->getCapacity(), 100u);
+    // Adopting no block gives an empty frame, not a size without bytes behind it.
+    RPtr<RVideoFrame> none(RVideoFrame::createWithData(kFormat, 16, nullptr, 0, ConstructionAdopt));
+    EXPECT_EQ(none->getSize() + none->getCapacity(), 0u);
+}
+
 TEST(FrameTest, SetDataGrowsTheBlockButNeverShrinksIt) {
     std::vector<unsigned char> bytes(300, 0x5A);
     RPtr<RVideoFrame> frame(RVideoFrame::create(100));

@@ -61,5 +61,10 @@ TEST(ImporterTest, InitKeepsTheLastStreamAndRestartEmptiesOutputs) {
     EXPECT_EQ(a->getNodeCount(), 0);
     EXPECT_EQ(b->getNodeCount(), 0);
     EXPECT_EQ(importer->getStream(), second);  // untouched by "rstr"
+
+    // Initialised again without outputs, it lets its writers go and counts none.
+    importer->init(second, none);
+    EXPECT_EQ(importer->getWriterCount(), 0);
+    EXPECT_EQ(a->retain_count(), 1);
     importer->reset();
 }

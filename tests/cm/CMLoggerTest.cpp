@@ -159,24 +159,11 @@ TEST(LoggerTest, ConcurrentThreadsWriteWholeLinesInTheirOwnOrder) {
     EXPECT_EQ(total, kThreads * kLines);
 }
 
-namespace {
-
-class Recorder : public ZR::CM::RLogInterfaceP {
-public:
-    int log(int priority, int, const char* message) override {
-        lines.push_back(std::to_string(priority) + " " + message);
-        return 0;
-    }
-    std::vector<std::string> lines;
-};
-
-}  // namespace
-
 // An application's own destination sees every message, unfiltered and in order; the
 // stderr destination writes one line per message up to its threshold.
 TEST(LoggerTest, AddedDestinationsSeeEveryMessage) {
     ZR::CM::RLogger* logger = ZR::CM::RLogger::getDefault();
-    ZR::RPtr<Recorder> recorder(new Recorder);
+    ZR::RPtr<cmtest::LogRecorder> recorder(new cmtest::LogRecorder);
     logger->addInterface(recorder.addr());
     logger->addInterface(nullptr);
     logger->logf(7, "debug %d", 1);

@@ -8,14 +8,17 @@
 #include "support/Loopback.h"
 #include "support/SnmpTrapReceiver.h"
 #include "support/SyslogCapture.h"
+#include "support/TestSupport.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace ZR::CM;
@@ -75,8 +78,9 @@ TEST(NetworkLogTest, UDPSendsOneDatagramWithItsZeroPerMessageUpToTheThreshold) {
     for (int priority = 0; priority <= 7; ++priority) {
         EXPECT_EQ(udp->log(priority, 0, ("p" + std::to_string(priority)).c_str()), 0);
     }
-    EXPECT_EQ(cmtest::receiveWaiting(server), (std::vector<std::string>{withZero("p0"), withZero("p1"),
-                                                       withZero("p2"), withZero("p3")}));
+    EXPECT_EQ(
+        cmtest::receiveWaiting(server),
+        (std::vector<std::string>{withZero("p0"), withZero("p1"), withZero("p2"), withZero("p3")}));
 
     // getDefault reads the threshold again but keeps the destination as it was made.
     conf().set_int("common.logging.udp-priority", 6);
@@ -114,22 +118,61 @@ TEST(NetworkLogTest, TCPStreamsTextsWithTheirZerosAndOutlivesItsPeer) {
     close(server);
 }
 
-TEST(NetworkLogTest, TCPPeerThatTakesNoDataIsDroppedAfterATimeOut) {
-    // The peer accepts and never reads. Once the socket buffers are full a message waits
-    // for the send time-out, after which the peer is dropped: logging goes on at once and
-    // the peer finds the end of the stream after what did get through.
+// The peer stops reading for 1.5 s while 16 MiB of messages go out: the logging thread
+// waits for it, and every byte arrives in order.
+TEST(NetworkLogTest, TCPPeerThatPausesLosesNothing) {
     int port = 0;
     const int server = cmtest::loopbackServer(SOCK_STREAM, &port);
     RTCPLogInterface* const tcp = tcpDestination(port, 7);
     ASSERT_NE(tcp, nullptr);
     const int peer = accept(server, nullptr, nullptr);
+    const std::string line(64 << 10, 'p');
+    const size_t kLines = 256;
+    std::string got;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        char buffer[65536];
+        for (ssize_t n; got.size() < kLines * (line.size() + 1) &&
+                        (n = recv(peer, buffer, sizeof buffer, 0)) > 0;) {
+            got.append(buffer, static_cast<size_t>(n));
+        }
+    });
+    for (size_t i = 0; i < kLines; ++i) {
+        tcp->log(3, 0, line.c_str());
+    }
+    reader.join();
+    EXPECT_TRUE(tcp->isConnected());
+    EXPECT_EQ(got.size(), kLines * (line.size() + 1));
+    EXPECT_EQ(got.find_first_not_of('p'), line.size());
+    close(peer);
+    close(server);
+}
+
+// The peer accepts and never reads, and the stall limit is cut to 200 ms. Once the socket
+// buffers are full a message waits that long, then the peer is dropped: logging goes on at
+// once, the logger's other destinations are told, and the peer finds the end of the stream
+// after what did get through.
+TEST(NetworkLogTest, TCPPeerThatTakesNothingIsDroppedAndReported) {
+    RTCPLogInterface::setStallLimit(200);
+    int port = 0;
+    const int server = cmtest::loopbackServer(SOCK_STREAM, &port);
+    RTCPLogInterface* const tcp = tcpDestination(port, 7);
+    ASSERT_NE(tcp, nullptr);
+    RLogger* const logger = RLogger::getDefault("engine");
+    ZR::RPtr<cmtest::LogRecorder> recorder(new cmtest::LogRecorder(200));  // not the blocks
+    logger->addInterface(recorder.addr());
+    const int peer = accept(server, nullptr, nullptr);
     const std::string block(1 << 20, 'b');
     size_t sent = 0;
     for (; sent < 64 && tcp->isConnected(); ++sent) {
-        EXPECT_EQ(tcp->log(3, 0, block.c_str()), 0);
+        logger->log(3, ZR::RString(block.c_str()));
     }
     EXPECT_FALSE(tcp->isConnected());
-    EXPECT_EQ(tcp->log(3, 0, "after the drop"), 0);
+    logger->log(3, ZR::RString("after the drop"));
+    EXPECT_EQ(recorder->lines,
+              (std::vector<std::string>{"3 TCP log peer 127.0.0.1:" + std::to_string(port) +
+                                            " took no data for 200 ms and was dropped",
+                                        "3 after the drop"}));
     std::string got;
     char buffer[65536];
     for (ssize_t n; (n = recv(peer, buffer, sizeof buffer, 0)) > 0;) {

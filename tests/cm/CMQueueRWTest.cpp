@@ -36,11 +36,15 @@ RPtr<const RAudioDescription> stereo16(double rate) {
 }  // namespace
 
 // One writer and 1, 2 or 4 reader threads pass 20,000 frames of random sizes through a
-// queue with and without limits: every reader sees every frame once, in order, intact;
-// the queue ends empty and every frame has been released.
+// queue with and without limits, the readers mixing the two ways to read: own copies,
+// shared frames, and both in turn. Every reader sees every frame once, in order, intact;
+// shared frames that a reader keeps stay intact after the queue is gone; the queue ends
+// empty and every frame has been released.
 TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
+    enum Read { kCopies, kShared, kInTurn };
     const int liveBefore = cmtest::Tracked::live();
     const unsigned int kFrames = 20000;
+    const size_t kKept = 100;  // shared frames a reader holds on to, the last ones it read
     for (const int readers : {1, 2, 4}) {
         for (const bool limited : {false, true}) {
             RPtr<RQueue> q = limited ? makeQueue(16, 64) : makeQueue(0, 0);
@@ -49,13 +53,26 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
                 readerObjects.emplace_back(new RQFrameReader(q.addr(), nullptr));
             }
             std::vector<int> faults(static_cast<size_t>(readers), 0);
+            std::vector<std::vector<RPtr<const RFrame>>> kept(static_cast<size_t>(readers));
             std::vector<std::thread> threads;
             for (int r = 0; r < readers; ++r) {
                 threads.emplace_back([&, r] {
+                    const auto read = static_cast<Read>((r + readers) % 3);
+                    RQFrameReader& reader = *readerObjects[static_cast<size_t>(r)];
                     unsigned int expected = 0;
-                    while (RPtr<RFrame> f = readerObjects[static_cast<size_t>(r)]->nextFrame()) {
+                    for (;;) {
+                        const bool shared = read == kShared || (read == kInTurn && expected % 2);
+                        const RPtr<const RFrame> f = shared
+                                                         ? reader.nextSharedFrame()
+                                                         : RPtr<const RFrame>(reader.nextFrame());
+                        if (!f) {
+                            break;
+                        }
                         if (f->getFrameNumber() != expected++ || !cmtest::hasNumberedContent(*f)) {
                             ++faults[static_cast<size_t>(r)];
+                        }
+                        if (shared && expected + kKept > kFrames) {
+                            kept[static_cast<size_t>(r)].push_back(f);
                         }
                     }
                     if (expected != kFrames) {
@@ -72,11 +89,17 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
             for (auto& t : threads) {
                 t.join();
             }
-            for (int r = 0; r < readers; ++r) {
-                EXPECT_EQ(faults[static_cast<size_t>(r)], 0) << readers << " readers, " << limited;
-            }
             EXPECT_EQ(q->getNodeCount(), 0);
             EXPECT_EQ(q->getBytesHeld(), 0u);
+            readerObjects.clear();
+            q = nullptr;
+            for (int r = 0; r < readers; ++r) {
+                for (const RPtr<const RFrame>& f : kept[static_cast<size_t>(r)]) {
+                    faults[static_cast<size_t>(r)] += cmtest::hasNumberedContent(*f) ? 0 : 1;
+                }
+                EXPECT_EQ(faults[static_cast<size_t>(r)], 0)
+                    << "reader " << r << " of " << readers << (limited ? ", limited" : "");
+            }
         }
     }
     EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
@@ -150,6 +173,126 @@ TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
     EXPECT_EQ(a.nextNode(), nullptr);  // a moves past the last node: it goes
     EXPECT_EQ(q->getNodeCount(), 0);
     EXPECT_EQ(a.getFramesRead(), 2u);
+}
+
+// A "rstr" reaches the components of one queue at different moments. Here it reaches
+// reader A first: A starts again at the head and reads frames 0 and 1 again while reader
+// B still holds frame 0, then B reads on, and only then do the writer and B handle it,
+// the writer clearing the queue. A's second pass must not count as B's: frame 0 stays
+// until B has passed it, and every frame is released once in the end.
+TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
+    const int liveBefore = cmtest::Tracked::live();
+    {
+        RPtr<RQueue> q = makeQueue(0, 0);
+        std::vector<RQueue*> none;
+        std::vector<RQueue*> queue{q.addr()};
+        RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
+        RPtr<cmtest::Consumer> a(new cmtest::Consumer);
+        RPtr<cmtest::Consumer> b(new cmtest::Consumer);
+        writing->init(none, queue);
+        a->init(queue, none);
+        b->init(queue, none);
+        RQFrameWriter& writer = *writing->getWriter(0);
+        const auto next = [](cmtest::Consumer& reader) {
+            const RPtr<RFrame> frame = reader.getReader(0)->nextFrame();
+            return frame ? static_cast<int>(frame->getFrameNumber()) : -1;
+        };
+        const auto restart = [](ZR::CM::RComponent& component) {
+            ZR::CM::CNotification n(ZR::CM::CNotification::kRestart);
+            ZR::CM::RNotificationCenter::getDefault()->postNotification(n, &component);
+        };
+        for (unsigned int i = 0; i < 4; ++i) {
+            writer.put(makeNumberedFrame(i, 8));
+        }
+        EXPECT_EQ(next(*a), 0);
+        EXPECT_EQ(next(*a), 1);
+        EXPECT_EQ(next(*a), 2);
+        EXPECT_EQ(next(*b), 0);
+
+        restart(*a);
+        EXPECT_EQ(next(*a), 0);  // handled on the way in: back at the head
+        EXPECT_EQ(next(*a), 1);
+        EXPECT_EQ(q->getNodeCount(), 4);  // b still holds frame 0
+        EXPECT_EQ(next(*b), 1);
+        EXPECT_EQ(q->getNodeCount(), 3);
+
+        restart(*writing);
+        restart(*b);
+        writer.put(makeNumberedFrame(10, 8));  // clears first
+        EXPECT_EQ(q->getNodeCount(), 1);
+        writer.put(makeNumberedFrame(11, 8));
+        writer.end();
+        for (cmtest::Consumer* reader : {b.addr(), a.addr()}) {
+            EXPECT_EQ(next(*reader), 10);
+            EXPECT_EQ(next(*reader), 11);
+            EXPECT_EQ(next(*reader), -1);
+        }
+        EXPECT_EQ(q->getNodeCount(), 0);
+        writing->reset();
+        a->reset();
+        b->reset();
+    }
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
+}
+
+// The writer clears its queue, as "rstr" does: a reader that had read to the end lost
+// nothing and stays there with its count; one that held a node the clear released starts
+// again at the head, counting afresh.
+TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter writer(q.addr(), nullptr);
+    RQFrameReader finished(q.addr(), nullptr);
+    RQFrameReader holding(q.addr(), nullptr);
+    for (unsigned int i = 0; i < 3; ++i) {
+        writer.put(makeNumberedFrame(i, 8));
+    }
+    writer.end();
+    while (finished.nextNode()) {
+    }
+    holding.nextNode();
+    writer.clear();
+    EXPECT_EQ(finished.nextNode(), nullptr);
+    EXPECT_EQ(finished.getFramesRead(), 3u);
+
+    writer.put(makeNumberedFrame(7, 8));
+    RPtr<RFrame> first = holding.nextFrame();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->getFrameNumber(), 7u);
+    EXPECT_EQ(holding.getFramesRead(), 1u);
+
+    // A "rstr" reaching the finished reader only now: the passes it made went with the
+    // cleared nodes, so it must not take back one over frame 7, which it never passed
+    // (frame 7 would then stay in the queue for ever).
+    finished.reset();
+    writer.end();
+    for (RQFrameReader* reader : {&finished, &holding}) {
+        while (reader->nextNode()) {
+        }
+    }
+    EXPECT_EQ(q->getNodeCount(), 0);
+}
+
+// A shared read hands out the queued frame itself, and the reader's reference keeps it
+// alive when the queue lets it go, here through a clear() as a "rstr" does. The next read
+// starts at the head of the emptied queue, and the end gives null as nextFrame() does.
+TEST(QueueRWTest, SharedReadHandsOutTheQueuedFrameAndKeepsItAlive) {
+    const int liveBefore = cmtest::Tracked::live();
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter writer(q.addr(), nullptr);
+    RQFrameReader reader(q.addr(), nullptr);
+    writer.put(makeNumberedFrame(0, 64));
+    writer.put(makeNumberedFrame(1, 64));
+    RPtr<const RFrame> held = reader.nextSharedFrame();
+    EXPECT_EQ(held.addr(), static_cast<const RFrame*>(q->firstNode()));
+    writer.clear();
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore + 1);  // frame 1 is gone, frame 0 held
+    EXPECT_TRUE(cmtest::hasNumberedContent(*held));
+    writer.put(makeNumberedFrame(2, 64));
+    writer.end();
+    EXPECT_EQ(reader.nextSharedFrame()->getFrameNumber(), 2u);
+    EXPECT_FALSE(reader.nextSharedFrame());
+    held = nullptr;
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
 }
 
 // The description: writers publish it and wake readers that wait for it; a writer's
@@ -286,6 +429,79 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
     RQFrameWriter otherWriter(other.addr(), nullptr);
     unconfigured.initWithWriter(&otherWriter, 16);
     EXPECT_THROW(unconfigured.writeSamples(samples.data(), 1), ZR::CException);
+}
+
+// The description changes while samples are buffered: they are carried into the new
+// buffer, or go out first as a frame of their own (timed by the old description) when the
+// new buffer is too small for them. No sample is lost or garbled.
+TEST(SampleAdapterTest, NewDescriptionKeepsTheBufferedSamples) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter frameWriter(q.addr(), nullptr);
+    RQFrameReader frameReader(q.addr(), nullptr);
+    ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
+    RPtr<RAudioDescription> mono(new RAudioDescription);
+    mono->mChannels = 1;
+    mono->mBytesPerSample = 2;
+    mono->mSampleRate = 8000;
+    std::vector<unsigned char> in(7200);
+    std::mt19937 random(3);
+    for (auto& byte : in) {
+        byte = static_cast<unsigned char>(random());
+    }
+
+    writer.setDescription(stereo16(48000));
+    writer.writeSamples(in.data(), 1500);  // 3000 bytes of a 4096-byte buffer
+    writer.setDescription(mono);           // 2048 bytes: too small for them
+    writer.writeSamples(in.data() + 3000, 100);
+    writer.setDescription(stereo16(48000));  // room for the 200 bytes held
+    writer.writeSamples(in.data() + 3200, 2000);
+    writer.end();
+
+    std::vector<unsigned char> out;
+    std::vector<unsigned int> sizes;
+    while (RPtr<RFrame> frame = frameReader.nextFrame()) {
+        EXPECT_EQ(frame->getFrameNumber(), sizes.size());
+        sizes.push_back(frame->getSize());
+        out.insert(out.end(), frame->getData(), frame->getData() + frame->getSize());
+        if (sizes.size() == 1) {
+            EXPECT_DOUBLE_EQ(double(frame->getDuration()), 1500.0 / 48000 / 2);
+        }
+    }
+    EXPECT_EQ(sizes, (std::vector<unsigned int>{3000, 4096, 104}));
+    EXPECT_EQ(out, in);
+}
+
+// Asking for exactly the rest of a frame takes all of it and steps on to the next frame at
+// once; a request past the end returns what was there.
+TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter frameWriter(q.addr(), nullptr);
+    RQFrameReader frameReader(q.addr(), nullptr);
+    frameWriter.setDescription(stereo16(8000));
+    for (unsigned int i = 0; i < 2; ++i) {
+        std::vector<unsigned char> bytes(40, static_cast<unsigned char>(i + 1));
+        frameWriter.put(ZR::CM::RAudioFrame::createWithData(i, 0.0, 0.0, 0, 40, bytes.data(), 0, 0,
+                                                            ZR::ConstructionCopy));
+    }
+    ZR::CM::RQSampleReader reader(&frameReader);
+    std::vector<unsigned char> out(200);
+    EXPECT_EQ(reader.readSamples(out.data(), 20), 20u);  // the whole first frame
+    EXPECT_EQ(frameReader.getFramesRead(), 2u);
+    EXPECT_EQ(out[39], 1);
+    frameWriter.end();
+    EXPECT_EQ(reader.readSamples(out.data(), 50), 20u);
+    EXPECT_EQ(out[0], 2);
+    EXPECT_EQ(reader.readSamples(out.data(), 5), 0u);
+
+    // A description without a sample size counts no samples instead of dividing by zero.
+    RPtr<RQueue> unsized = makeQueue(0, 0);
+    RQFrameWriter unsizedWriter(unsized.addr(), nullptr);
+    RQFrameReader unsizedReader(unsized.addr(), nullptr);
+    unsizedWriter.setDescription(RPtr<const ZR::CM::RDescription>(new RAudioDescription));
+    unsizedWriter.put(ZR::CM::RAudioFrame::create(0));
+    unsizedWriter.end();
+    ZR::CM::RQSampleReader zero(&unsizedReader);
+    EXPECT_EQ(zero.readSamples(out.data(), 5), 5u);
 }
 
 TEST(VideoFrameWriterTest, DurationsComeFromTheNextFrame) {

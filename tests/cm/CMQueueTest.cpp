@@ -61,3 +61,23 @@ TEST(QueueTest, NodeLeavesWhenEveryReaderHasPassedIt) {
         EXPECT_EQ(q.firstNode(), f.frames[0].addr());
     }
 }
+
+TEST(QueueTest, ReadFrameTimesComeFromTheNewHead) {
+    RPtr<RQueue> queue(new RQueue(0, 0, "q"));
+    queue->registerReader();
+    std::vector<RPtr<RQNode>> nodes;
+    for (double start : {5.0, 8.0, 2.0, 9.0}) {
+        nodes.push_back(frameAt(start));
+    }
+    nodes.push_back(new RQNode());  // no frame, so no time to give
+    for (const RPtr<RQNode>& node : nodes) {
+        queue->put(node.addr());
+    }
+    // The first frame of the stream is never recorded, and the last time never decreases.
+    RQNode* node = queue->firstNode();
+    for (double last : {8.0, 8.0, 9.0, 9.0, 9.0}) {
+        node = queue->nextNode(node);
+        EXPECT_EQ(queue->getLastReadFrameTime(), last);
+        EXPECT_EQ(queue->getFirstReadFrameTime(), 8.0);
+    }
+}

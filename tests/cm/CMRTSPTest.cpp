@@ -28,8 +28,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What the scripted server answers to one request; sent in pieces of `chunk` bytes with
-// `pauseMs` between them, to play a slow server.
+// What the scripted server answers to one request; sent after `delayMs` in pieces of
+// `chunk` bytes with `pauseMs` between them, to play a slow server.
 struct Reply {
     Reply(const char* text) : bytes(text) {}
     Reply(std::string text, size_t chunkSize = SIZE_MAX, int pause = 0)
@@ -37,6 +37,7 @@ struct Reply {
     std::string bytes;
     size_t chunk = SIZE_MAX;
     int pauseMs = 0;
+    int delayMs = 0;
 };
 
 void setTimeout(int fd, int option, int seconds) {
@@ -114,6 +115,7 @@ private:
     }
 
     static bool sendReply(int peer, const Reply& reply) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(reply.delayMs));
         for (size_t at = 0; at < reply.bytes.size(); at += reply.chunk) {
             if (at > 0) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(reply.pauseMs));
@@ -224,8 +226,9 @@ TEST(RTSPSessionTest, DigestChallengeGivesTheReducedAuthorization) {
     RRTSPRequest describe("DESCRIBE", uri);
     // A second 401 goes back to the caller: there is one retry only.
     EXPECT_EQ(session->sendRequest(describe)->getStatus(), 401u);
+    // A parameter is found by a plain search for its name: "nonce" first meets "cnonce".
     const std::string expected = std::string("Digest username=\"alice\", realm=\"cm test\", ") +
-                                 "nonce=\"4f2a,9\", uri=\"" + uri.getString().c_str() + "\"";
+                                 "nonce=\"no\", uri=\"" + uri.getString().c_str() + "\"";
     EXPECT_EQ(session->getAuthorization().c_str(), expected);
 
     const std::vector<std::string>& requests = server.finish();
@@ -302,6 +305,10 @@ TEST(RTSPResponseTest, MalformedHeaderLinesParseAsFarAsTheyGo) {
     r = responseTo(Reply("RTSP/1.0 200 OK\r\nCSeq: 12\r\nX: 1\r\n\r\n", 16, 50));
     EXPECT_STREQ(r->getHeader("CSeq").c_str(), "12");
     EXPECT_STREQ(r->getHeader("X").c_str(), "1");
+    // But a line that is a bare "\r" ends the header block at once, before its "\n" comes.
+    r = responseTo(Reply("RTSP/1.0 200 OK\r\nCSeq: 7\r\n\r\nlate", 27, 500));
+    EXPECT_STREQ(r->getHeader("CSeq").c_str(), "7");
+    EXPECT_EQ(bodyOf(*r), "");
 
     const char withNuls[] = "RTSP/1.0 200 O\0K\r\nX-A: a\0b\r\n\r\nbo\0dy";
     r = responseTo(std::string(withNuls, sizeof withNuls - 1));
@@ -348,6 +355,27 @@ TEST(RTSPResponseTest, SilentOrTricklingServerIsBoundedByTheReceiveTimeout) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(r->getStatus(), 200u);
     EXPECT_LT(r->getHeaders().size(), 80u);
+}
+
+// The first reply comes 600 ms late, after a time-out of 200 ms: the client closes the
+// connection rather than read that reply as the answer to its next request, which gets
+// status 0 however long it is given.
+TEST(RTSPResponseTest, LateReplyIsNeverTakenForTheNextOne) {
+    Reply late("RTSP/1.0 200 Late\r\nCSeq: 1\r\n\r\n");
+    late.delayMs = 600;
+    ScriptedServer server({late, "RTSP/1.0 200 Second\r\nCSeq: 2\r\n\r\n"});
+    RPtr<RRTSPSession> session = connectedSession(server.uri());
+    EXPECT_EQ(session->getReceiveTimeout(), 30000);
+    session->setReceiveTimeout(200);
+    RRTSPRequest first("OPTIONS", server.uri());
+    EXPECT_EQ(session->sendRequest(first)->getStatus(), 0u);
+
+    session->setReceiveTimeout(5000);
+    RRTSPRequest second("OPTIONS", server.uri());
+    RPtr<RRTSPResponse> r = session->sendRequest(second);
+    EXPECT_EQ(r->getStatus(), 0u);
+    EXPECT_STREQ(r->getReason().c_str(), "");
+    EXPECT_EQ(server.finish().size(), 1u);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -449,3 +477,29 @@ TEST(RTSPInteropTest, GStreamerServerAcceptsTheBasicRetry) {
 }
 
 }  // namespace
+
+TEST(RTSPResponseTest, MissingOrShortStatusLinesLeaveStatusZero) {
+    RPtr<RRTSPResponse> r = responseTo("HTTP/1.1 200 OK\r\nCSeq: 1\r\n\r\n");
+    EXPECT_EQ(r->getStatus(), 0u);
+    EXPECT_TRUE(r->getHeaders().empty());
+
+    r = responseTo("RTSP/1.0\r\nRTSP/1.0 404\r\nCSeq: 1\r\n\r\n");
+    EXPECT_EQ(r->getStatus(), 404u);
+    EXPECT_STREQ(r->getReason().c_str(), "");
+    EXPECT_STREQ(r->getHeader("CSeq").c_str(), "1");
+
+    r = responseTo("\r\nRTSP/1.0 200 OK\r\n\r\n");  // an empty first line ends the reply
+    EXPECT_EQ(r->getStatus(), 0u);
+
+    // A line the server did not finish is not parsed: it may be cut anywhere.
+    r = responseTo("RTSP/1.0 2");
+    EXPECT_EQ(r->getStatus(), 0u);
+    r = responseTo("RTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Le");
+    EXPECT_EQ(r->getStatus(), 200u);
+    EXPECT_EQ(r->getHeaders().size(), 1u);
+    EXPECT_EQ(r->getContentLength(), -1);
+    EXPECT_EQ(r->getBody().getSize(), 0);
+
+    r = responseTo("RTSP/1.0 99999999999 Overflow\r\n\r\n");
+    EXPECT_EQ(r->getStatus(), static_cast<unsigned int>(static_cast<std::uint16_t>(INT_MAX)));
+}

@@ -58,8 +58,15 @@ RPtr<RMovieInfo> readMovie(const std::vector<unsigned char>& bytes, bool* failed
     return movie;
 }
 
+// A new track with the one reference that a movie takes over.
+template <typename Track>
+Track* handed(Track* track) {
+    track->retain();
+    return track;
+}
+
 RHintTrackInfo* filledHintTrack() {
-    auto* hint = new RHintTrackInfo();
+    auto* hint = handed(new RHintTrackInfo());
     hint->mTrackID = 3;
     hint->mTrackDuration = 60.0;
     hint->mHintValue = 96;
@@ -72,10 +79,10 @@ RHintTrackInfo* filledHintTrack() {
 
 TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
     RPtr<RMovieInfo> movie = movieNamed("clip");
-    movie->addTrack(new RVideoTrackInfo(1, 25, 1.9, 120.5, 0.25, 1000, 1920, 1080, 29.97));
-    movie->addTrack(new RAudioTrackInfo(2, 48000, 0.0, 3.0, -1.5, 5, 2, 16, 44100.0));
+    movie->addTrack(handed(new RVideoTrackInfo(1, 25, 1.9, 120.5, 0.25, 1000, 1920, 1080, 29.97)));
+    movie->addTrack(handed(new RAudioTrackInfo(2, 48000, 0.0, 3.0, -1.5, 5, 2, 16, 44100.0)));
     movie->addTrack(filledHintTrack());
-    auto* text = new RTextTrackInfo();
+    auto* text = handed(new RTextTrackInfo());
     text->mMediaType = fourcc("text");
     movie->addTrack(text);
 
@@ -103,7 +110,8 @@ TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
 
 TEST(MovieInfoTest, FullyBuiltHintTrackTravelsAsAudio) {
     RPtr<RMovieInfo> movie = movieNamed("h");
-    movie->addTrack(new RHintTrackInfo(7, 8, 2.5, 4.0, 0.5, 9, 96, "name", {CString("m=")}));
+    movie->addTrack(
+        handed(new RHintTrackInfo(7, 8, 2.5, 4.0, 0.5, 9, 96, "name", {CString("m=")})));
     EXPECT_EQ(movie->mTracks[0]->mMediaType, fourcc("audi"));
     // The audio form without the hint fields; zeros stand in for the kind values a hint
     // track does not have.
@@ -139,9 +147,9 @@ TEST(MovieInfoTest, EmptyMovieAndTrackSelection) {
     EXPECT_EQ(wire(*movieNamed("")), movieHeader("", 0).bytes);
 
     RPtr<RMovieInfo> movie(new RMovieInfo(3));
-    movie->addTrack(new RAudioTrackInfo());
-    movie->addTrack(new RVideoTrackInfo());
-    movie->addTrack(new RAudioTrackInfo());
+    movie->addTrack(handed(new RAudioTrackInfo()));
+    movie->addTrack(handed(new RVideoTrackInfo()));
+    movie->addTrack(handed(new RAudioTrackInfo()));
     const std::vector<RTrackInfo*> audio = movie->getTracksForMedia(fourcc("audi"));
     EXPECT_EQ(audio, (std::vector<RTrackInfo*>{movie->mTracks[0], movie->mTracks[2]}));
     EXPECT_EQ(movie->getTracksForMedia(kAnyFourCC), movie->mTracks);
@@ -154,10 +162,12 @@ TEST(MovieInfoTest, MovieOwnsOneReferencePerTrack) {
     held->retain();  // the reference the movie takes over
     {
         RPtr<RMovieInfo> movie = movieNamed("m");
-        movie->addTrack(held.addr());
-        movie->addTrack(new RAudioTrackInfo());  // nobody holds it yet: it becomes the movie's
+        movie->addTrack(held.addr());  // taken over, not retained
+        movie->addTrack(handed(new RAudioTrackInfo()));
+        movie->addTrack(nullptr);
         EXPECT_EQ(held->retain_count(), 2);
         EXPECT_EQ(movie->mTracks[1]->retain_count(), 1);
+        EXPECT_EQ(movie->mTracks.size(), 2u);
 
         RPtr<RMovieInfo> copy(new RMovieInfo(*movie));
         EXPECT_EQ(copy->mTracks, movie->mTracks);
@@ -169,9 +179,9 @@ TEST(MovieInfoTest, MovieOwnsOneReferencePerTrack) {
 
 TEST(MovieInfoTest, TruncatedOrGarbageStreamsCreateOnlyCompleteTracks) {
     RPtr<RMovieInfo> movie = movieNamed("clip");
-    movie->addTrack(new RVideoTrackInfo(1, 25, 1, 2, 0.5, 10, 640, 480, 25));
+    movie->addTrack(handed(new RVideoTrackInfo(1, 25, 1, 2, 0.5, 10, 640, 480, 25)));
     movie->addTrack(filledHintTrack());
-    movie->addTrack(new RAudioTrackInfo(2, 8000, 0, 2, 0.5, 10, 1, 2, 3));
+    movie->addTrack(handed(new RAudioTrackInfo(2, 8000, 0, 2, 0.5, 10, 1, 2, 3)));
     const std::vector<unsigned char> full = wire(*movie);
 
     // Each prefix is a copy of exactly its bytes, so the sanitizers see any read beyond.

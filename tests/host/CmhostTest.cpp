@@ -3,6 +3,7 @@
 // receives its RTP stream through the SDP file it writes).
 #include <gtest/gtest.h>
 
+#include "support/ComponentDirectory.h"
 #include "support/Loopback.h"
 #include "support/MediaSamples.h"
 #include "support/MediaTools.h"
@@ -15,6 +16,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -109,6 +111,26 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("importer: wav.importer"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("'audi'"), std::string::npos) << r.out;
+}
+
+// cmhost info of a real MP4 (H.264 and AAC, written by ffmpeg) lists both tracks with their
+// codecs and numbers, read by the FFmpeg importer.
+TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
+    cmtest::TempDir dir;
+    const std::string media = dir.file("clip.mp4");
+    ASSERT_TRUE(cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=64x48:r=25:d=0.4 -f lavfi "
+                                       "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
+                                       media));
+    const Result r = run(dir, cmhost("info " + media));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    for (const char* line :
+         {"importer: av.importer\n", "tracks: 2\n",
+          "track 1: 'vide' 'avc1', start 0.000 s, duration 0.400 s, 64x48, 25 fps, 10 pictures\n",
+          "track 2: 'audi' 'mp4a', start 0.000 s, duration 0.400 s, 44100 Hz, 1 channels, "
+          "17640 sample frames\n"}) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
+    }
 }
 
 // A generated picture sequence goes through the invert filter; ffmpeg decodes the same
@@ -214,58 +236,169 @@ TEST(CmhostTest, RtspPrintsTheResponse) {
     EXPECT_NE(r.out.find("v=0"), std::string::npos) << r.out;
 }
 
-// Components are listed by kind, and --check says why a broken one was left out.
-TEST(CmhostTest, ListsComponentsAndExplainsTheOnesLeftOut) {
+// Components are listed by kind, and the ones this build makes pass the install check.
+TEST(CmhostTest, ListsComponentsThatPassTheCheck) {
     cmtest::TempDir dir;
-    Result r = run(dir, cmhost("components"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    Result r = run(dir, cmhost("components --check"));
+    ASSERT_EQ(r.status, 0) << r.err << r.out;
     for (const char* name : {"wav.importer", "wav.exporter", "y4m.importer", "y4m.exporter",
                              "gain.filter", "invert.filter", "l16.packetizer", "rtp.exporter"}) {
         EXPECT_NE(r.out.find(name), std::string::npos) << name;
     }
+    EXPECT_NE(r.out.find("every component loads"), std::string::npos) << r.out;
     r = run(dir, cmhost("components --kind filter"));
     EXPECT_EQ(r.out.find("wav.importer"), std::string::npos);
-
-    // A configuration of our own over a component directory with a broken component.
-    const std::string components = dir.file("components");
-    mkdir(components.c_str(), 0755);
-    mkdir((components + "/broken.filter").c_str(), 0755);
-    std::ofstream(components + "/broken.filter/info.xml") << "<info><common></info>";
-    mkdir((components + "/empty.exporter").c_str(), 0755);
-    std::ofstream(dir.file("cm.conf"))
-        << "<!DOCTYPE cm-config SYSTEM \"" CM_SOURCE_DIR "/data/cm-config.dtd\">"
-        << "<cm-config><common><component-path>" << components << "</component-path><dtd-path>"
-        << CM_SOURCE_DIR << "/data</dtd-path></common></cm-config>";
-    r = run(dir, cmhost("--config " + dir.file("cm.conf") + " components --check"));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("broken.filter: parse error"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("empty.exporter: info.xml missing"), std::string::npos) << r.out;
 }
 
-// Every failure is one line on standard error and a non-zero status.
+// The install check names each component directory that was left out and each component
+// that cannot load, with the reason, and fails; a component that loads is not named.
+TEST(CmhostTest, CheckSaysWhyEachBrokenComponentCannotServe) {
+    cmtest::TempDir dir;
+    cmtest::ComponentDirectory components;
+    components.link("wav.exporter");
+    components.write("broken.filter", "<info><common></info>");
+    components.write("empty.exporter", "");
+    components.installFilter("missing.filter", "missing.so", nullptr);
+    components.installFilter("needsabsent.filter", "needsabsent.so", CM_TEST_NEEDSABSENT_MODULE);
+    components.installFilter("unresolved.filter", "unresolved.so", CM_TEST_UNRESOLVED_MODULE);
+    components.installFilter("noentry.filter", "noentry.so", CM_TEST_NOENTRY_MODULE);
+    components.installFilter("nullentry.filter", "nullentry.so", CM_TEST_NULLENTRY_MODULE);
+    const auto module = [&](const std::string& name, const std::string& object) {
+        return components.path() + "/" + name + "/" CM_PLATFORM_DIR "/" + object;
+    };
+
+    const Result r =
+        run(dir, cmhost("--config " + components.configuration() + " components --check"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "cmhost: check failed: 2 left out, 5 cannot load\n");
+    for (const std::string& reason : {
+             std::string("broken.filter: parse error: line 1: "),
+             std::string("empty.exporter: info.xml missing"),
+             "missing.filter: " + module("missing.filter", "missing.so") +
+                 ": No such file or directory",
+             std::string("needsabsent.filter: libcm_test_absent.so: cannot open shared object"),
+             "unresolved.filter: " + module("unresolved.filter", "unresolved.so") +
+                 ": undefined symbol: cmTestUndefinedFunction",
+             "noentry.filter: " + module("noentry.filter", "noentry.so") +
+                 " has no entry point getComponentInstance",
+             "nullentry.filter: getComponentInstance of " +
+                 module("nullentry.filter", "nullentry.so") + " made no component",
+         }) {
+        EXPECT_NE(r.out.find("\n  " + reason), std::string::npos) << reason << "\n" << r.out;
+    }
+    EXPECT_EQ(r.out.find("wav.exporter:"), std::string::npos) << r.out;
+}
+
+// A configuration or component definition that cannot be used fails in one line that names
+// the file, where it was looked for and the one installed with cmhost; libxml2's own lines
+// go to the log, which -v shows.
+TEST(CmhostTest, StartUpFailuresNameTheFileAndTheInstalledOne) {
+    cmtest::TempDir dir;
+    const std::string installed = CM_BINARY_DIR "/share/cm/";
+    // A copy of the installed configuration alone, one with its document type, one with
+    // the component definition too (but no components where it says), and an invalid one.
+    for (const char* copy : {"alone", "typed/etc", "complete/etc"}) {
+        std::filesystem::create_directories(dir.file(copy));
+        std::filesystem::copy_file(installed + "cm.conf", dir.file(copy) + "/cm.conf");
+    }
+    for (const char* copy : {"typed/etc", "complete/etc"}) {
+        std::filesystem::copy_file(installed + "cm-config.dtd", dir.file(copy) + "/cm-config.dtd");
+    }
+    std::filesystem::copy_file(installed + "info.dtd", dir.file("complete/etc/info.dtd"));
+    std::ofstream(dir.file("invalid.conf"))
+        << "<?xml version=\"1.0\"?>\n<!DOCTYPE cm-config SYSTEM \"" CM_SOURCE_DIR
+           "/data/cm-config.dtd\">\n<cm-config><bogus>1</bogus></cm-config>\n";
+
+    const struct {
+        std::string args;
+        std::string line;
+    } cases[] = {
+        {"--config " + dir.file("none.conf") + " components",
+         "configuration " + dir.file("none.conf") +
+             " cannot be read: No such file or directory (the installed one is " + installed +
+             "cm.conf)"},
+        {"--config " + dir.file("alone/cm.conf") + " components",
+         "configuration " + dir.file("alone/cm.conf") + " needs " +
+             dir.file("alone/cm-config.dtd") + ", which cannot be read (the installed one is " +
+             installed + "cm-config.dtd)"},
+        {"--config " + dir.file("invalid.conf") + " components",
+         "configuration " + dir.file("invalid.conf") +
+             " is invalid: line 3: No declaration for element bogus (the installed one is " +
+             installed + "cm.conf)"},
+        {"--config " + dir.file("typed/etc/cm.conf") + " components",
+         "the component definition " + dir.file("typed/etc/") +
+             "/info.dtd cannot be read: No such file or directory (common.dtd-path in " +
+             dir.file("typed/etc/cm.conf") + "; the installed one is " + installed + "info.dtd)"},
+        {"--config " + dir.file("complete/etc/cm.conf") + " info x.wav",
+         "no importer for .wav files: component directory " +
+             dir.file("complete/etc/../../lib/cm/components") +
+             " cannot be read: No such file or directory (common.component-path in " +
+             dir.file("complete/etc/cm.conf") + "; the installed components are in " +
+             CM_BINARY_DIR "/lib/cm/components)"},
+    };
+    for (const auto& c : cases) {
+        const Result r = run(dir, cmhost(c.args));
+        EXPECT_EQ(r.status, 1) << c.args;
+        EXPECT_EQ(r.err.rfind("cmhost: " + c.line + ": ", 0), 0u) << c.line << "\n" << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+    }
+    const Result r = run(dir, cmhost("-v " + cases[1].args));
+    EXPECT_NE(
+        r.err.find("failed to load external entity \"" + dir.file("alone/cm-config.dtd") + "\""),
+        std::string::npos)
+        << r.err;
+}
+
+// Every failure is one line on standard error and a non-zero status; a mistake in the
+// command line says what is missing or wrong, and shows the command's usage after it.
 TEST(CmhostTest, FailuresAreOneClearLine) {
     cmtest::TempDir dir;
     ASSERT_EQ(run(dir, cmhost("generate tone " + dir.file("t.wav") + " --seconds 0.5")).status, 0);
     std::ofstream(dir.file("bad.wav")) << "RIFF\x10\0\0\0WAVEjunk";
-    const std::vector<std::pair<std::string, int>> cases = {
-        {"convert " + dir.file("missing.wav") + " " + dir.file("o.wav"), 1},
-        {"convert " + dir.file("t.wav") + " " + dir.file("o.wav") + " --filter nosuch", 1},
-        {"convert " + dir.file("bad.wav") + " " + dir.file("o.wav"), 1},
-        {"info " + dir.file("t.unknown"), 1},
-        {"convert " + dir.file("t.wav"), 2},
-        {"convert --bogus a b", 2},
-        {"nosuch", 2},
-        {"--config " + dir.file("nothing.conf") + " components", 1},
-    };
-    for (const auto& c : cases) {
-        const Result r = run(dir, cmhost(c.first));
-        EXPECT_EQ(r.status, c.second) << c.first << "\n" << r.err;
-        EXPECT_EQ(lineCount(r.err), 1u) << c.first << "\n" << r.err;
+    std::ofstream(dir.file("garbage.mp4")) << std::string(4000, 'x');
+    for (const std::string& args : {
+             "convert " + dir.file("missing.wav") + " " + dir.file("o.wav"),
+             "convert " + dir.file("t.wav") + " " + dir.file("o.wav") + " --filter nosuch",
+             "convert " + dir.file("bad.wav") + " " + dir.file("o.wav"),
+             "info " + dir.file("t.unknown"),
+             "info " + dir.file("garbage.mp4"),
+         }) {
+        const Result r = run(dir, cmhost(args));
+        EXPECT_EQ(r.status, 1) << args << "\n" << r.err;
+        EXPECT_EQ(lineCount(r.err), 1u) << args << "\n" << r.err;
         EXPECT_EQ(r.err.rfind("cmhost: ", 0), 0u) << r.err;
     }
+    const struct {
+        std::string args;
+        std::string line;
+        std::string usage;
+    } mistakes[] = {
+        {"convert " + dir.file("t.wav"), "missing OUTPUT", "usage: cmhost convert INPUT OUTPUT "},
+        {"info", "missing MEDIA", "usage: cmhost info MEDIA"},
+        {"generate tone", "missing OUTPUT", "usage: cmhost generate tone OUTPUT "},
+        {"stream " + dir.file("t.wav"), "missing --rtp HOST:PORT", "usage: cmhost stream INPUT "},
+        {"convert --bogus a b", "unknown option --bogus", "usage: cmhost convert "},
+        {"nosuch", "unknown command nosuch", "usage: cmhost [--config FILE] "},
+        {"", "missing COMMAND (cmhost --help lists them)", "usage: cmhost [--config FILE] "},
+    };
+    for (const auto& m : mistakes) {
+        const Result r = run(dir, cmhost(m.args));
+        EXPECT_EQ(r.status, 2) << m.args;
+        EXPECT_EQ(r.err.rfind("cmhost: " + m.line + "\n" + m.usage, 0), 0u) << m.args << "\n"
+                                                                            << r.err;
+    }
+}
+
+// Each command describes itself, and --version names the host and each library it runs on.
+TEST(CmhostTest, HelpOfEveryCommandAndVersionOfEachLibrary) {
+    cmtest::TempDir dir;
     for (const char* command : {"components", "info", "convert", "generate", "stream", "rtsp"}) {
         const Result r = run(dir, cmhost(std::string(command) + " --help"));
         EXPECT_EQ(r.status, 0) << command;
-        EXPECT_NE(r.out.find("usage: cmhost"), std::string::npos) << command;
+        EXPECT_EQ(r.out.rfind(std::string("usage: cmhost ") + command, 0), 0u) << r.out;
     }
+    const Result r = run(dir, cmhost("--version"));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "cmhost " CM_VERSION "\nlibzr " CM_VERSION "\nlibzrcore " CM_VERSION
+                     "\nlibcm " CM_VERSION "\n");
 }

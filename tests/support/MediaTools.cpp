@@ -2,7 +2,9 @@
 
 #include <sys/wait.h>
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -38,22 +40,75 @@ std::string shellQuote(const std::string& text) {
 }
 
 std::map<std::string, std::string> probeStream(const std::string& path, bool countFrames) {
-    const ToolRun run = runCommand(
-        "ffprobe -v error " + std::string(countFrames ? "-count_frames " : "") +
-        "-select_streams 0 -show_streams -of default=noprint_wrappers=1 " + shellQuote(path));
-    std::map<std::string, std::string> values;
+    std::vector<std::map<std::string, std::string>> streams = probeStreams(path, countFrames);
+    return streams.empty() ? std::map<std::string, std::string>() : streams.front();
+}
+
+std::vector<std::map<std::string, std::string>> probeStreams(const std::string& path,
+                                                             bool countFrames) {
+    const ToolRun run = runCommand("ffprobe -v error " +
+                                   std::string(countFrames ? "-count_frames -count_packets " : "") +
+                                   "-show_streams -of default " + shellQuote(path));
+    std::vector<std::map<std::string, std::string>> streams;
     if (run.status != 0) {
-        return values;
+        return streams;
     }
     std::istringstream lines(run.output);
     std::string line;
     while (std::getline(lines, line)) {
+        if (line == "[STREAM]") {
+            streams.emplace_back();
+        }
         const std::size_t eq = line.find('=');
-        if (eq != std::string::npos) {
-            values[line.substr(0, eq)] = line.substr(eq + 1);
+        if (eq != std::string::npos && !streams.empty()) {
+            streams.back()[line.substr(0, eq)] = line.substr(eq + 1);
         }
     }
-    return values;
+    return streams;
+}
+
+std::vector<ProbedPacket> probePackets(const std::string& path) {
+    const ToolRun run = runCommand(
+        "ffprobe -v error -show_entries packet=stream_index,pts_time,dts_time,duration_time,flags "
+        "-of csv=p=0 " +
+        shellQuote(path));
+    std::vector<ProbedPacket> packets;
+    std::istringstream lines(run.status == 0 ? run.output : "");
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.empty()) {
+            continue;  // what ffprobe writes for a packet's side data
+        }
+        std::istringstream fields(line);
+        ProbedPacket packet;
+        std::string stream, flags;
+        std::getline(fields, stream, ',');
+        std::getline(fields, packet.pts, ',');
+        std::getline(fields, packet.dts, ',');
+        std::getline(fields, packet.duration, ',');
+        std::getline(fields, flags, ',');
+        packet.stream = std::atoi(stream.c_str());
+        packet.key = flags.find('K') != std::string::npos;
+        packets.push_back(packet);
+    }
+    return packets;
+}
+
+bool makeWithFfmpeg(const std::string& arguments, const std::string& path) {
+    return runCommand("ffmpeg -v error -nostdin -y " + arguments + " " + shellQuote(path) +
+                      " </dev/null")
+               .status == 0;
+}
+
+double psnrWithFfmpeg(const std::string& distorted, const std::string& reference) {
+    const ToolRun run = runCommand("ffmpeg -nostdin -i " + shellQuote(distorted) + " -i " +
+                                   shellQuote(reference) + " -lavfi psnr -f null - 2>&1");
+    const std::size_t at = run.output.rfind("average:");
+    if (run.status != 0 || at == std::string::npos) {
+        return NAN;
+    }
+    const std::string value = run.output.substr(at + 8, run.output.find(' ', at) - at - 8);
+    return value == "inf" ? INFINITY : std::strtod(value.c_str(), nullptr);
 }
 
 std::vector<unsigned char> decodeWithFfmpeg(const std::string& path, const std::string& format) {

@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -85,6 +86,13 @@ std::string findProgram(const std::string& name) {
         }
     }
     return std::string();
+}
+
+int LogRecorder::log(int priority, int, const char* message) {
+    if (std::strlen(message) < mMaxLength) {
+        lines.push_back(std::to_string(priority) + " " + message);
+    }
+    return 0;
 }
 
 void configureFileLog(const std::string& directory, const char* name, int priority, int size,

@@ -1,9 +1,10 @@
 // Helpers shared by the tests: an object that reports its own destruction, a temporary
 // directory removed with its contents, a way to run a function on several threads at once,
-// and a way to make large allocations fail.
+// a way to make large allocations fail, and a log destination that records what it gets.
 #ifndef CM_TESTS_SUPPORT_TESTSUPPORT_H
 #define CM_TESTS_SUPPORT_TESTSUPPORT_H
 
+#include <cm/CMLogger.h>
 #include <zrbase/object_refcount.h>
 
 #include <sys/resource.h>
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace cmtest {
 
@@ -55,6 +57,18 @@ public:
 
 private:
     rlimit mSaved;
+};
+
+// A log destination that keeps each message shorter than maxLength, unfiltered, as the
+// line "<priority> <message>".
+class LogRecorder : public ZR::CM::RLogInterfaceP {
+public:
+    explicit LogRecorder(std::size_t maxLength = std::string::npos) : mMaxLength(maxLength) {}
+    int log(int priority, int time, const char* message) override;
+    std::vector<std::string> lines;
+
+private:
+    std::size_t mMaxLength;
 };
 
 // Runs body(index) on `threads` threads started together and joins them.

@@ -72,9 +72,14 @@ TEST(StreamFileTest, FailedCallsRaiseAtTheirLines) {
     expectRaise([&] { fifo.seek(0, ra::seek_begin); }, 424, ESPIPE);
     expectRaise([&] { readOnly.seek(0, static_cast<ra::seek_type>(200)); }, 424, EINVAL);
     expectRaise([&] { file::temporary(dir.file("missing")); }, 294, ENOENT);
+    expectRaise([] { file(file(), file::k_duplicate); }, 237, EBADF);
     ::close(readOnly.descriptor());  // closed behind the object's back
     expectRaise([&] { readOnly.close(); }, 249, EBADF);
     EXPECT_FALSE(readOnly.is_set());
+    {
+        const file closedBehind(path, O_RDONLY, 0);
+        ::close(closedBehind.descriptor());
+    }  // the destructor's close fails too, and raises nothing
 }
 
 TEST(StreamFileTest, TemporaryFileIsOpenAndAlreadyUnlinked) {

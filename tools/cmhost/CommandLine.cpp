@@ -5,8 +5,14 @@
 
 namespace cmhost {
 
-CommandLine::CommandLine(const std::vector<std::string>& args, const std::set<std::string>& valued,
-                         const std::set<std::string>& flags) {
+std::string usageOf(const char* help) {
+    const std::string text = help;
+    return text.substr(0, text.find("\n\n"));
+}
+
+CommandLine::CommandLine(const std::vector<std::string>& args, const char* help,
+                         const std::set<std::string>& valued, const std::set<std::string>& flags)
+    : mUsage(usageOf(help)) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& word = args[i];
         if (word.size() < 2 || word[0] != '-' || word == "--") {
@@ -21,39 +27,43 @@ CommandLine::CommandLine(const std::vector<std::string>& args, const std::set<st
             name = word.substr(0, equals);
             inlineValue = word.substr(equals + 1);
         }
-        if (flags.count(name)) {
+        if (flags.count(name) || name == "--help") {
             if (hasInline) {
-                throw UsageError("option " + name + " takes no value");
+                throw error("option " + name + " takes no value");
             }
             mValues[name];
             continue;
         }
         if (!valued.count(name)) {
-            throw UsageError("unknown option " + name);
+            throw error("unknown option " + name);
         }
         if (hasInline) {
             mValues[name].push_back(inlineValue);
         } else if (i + 1 < args.size()) {
             mValues[name].push_back(args[++i]);
         } else {
-            throw UsageError("option " + name + " needs a value");
+            throw error("option " + name + " needs a value");
         }
     }
 }
 
+UsageError CommandLine::error(const std::string& message) const {
+    return UsageError(message, mUsage);
+}
+
 const std::string& CommandLine::positional(size_t index, const char* what) const {
     if (index >= mPositional.size()) {
-        throw UsageError(std::string("missing ") + what);
+        throw error(std::string("missing ") + what);
     }
     return mPositional[index];
 }
 
-void CommandLine::expectPositionalCount(size_t min, size_t max) const {
-    if (mPositional.size() < min) {
-        throw UsageError("missing arguments");
+void CommandLine::expectPositionals(const std::vector<const char*>& names) const {
+    if (mPositional.size() < names.size()) {
+        throw error(std::string("missing ") + names[mPositional.size()]);
     }
-    if (mPositional.size() > max) {
-        throw UsageError("unexpected argument " + mPositional[max]);
+    if (mPositional.size() > names.size()) {
+        throw error("unexpected argument " + mPositional[names.size()]);
     }
 }
 
@@ -80,7 +90,7 @@ double CommandLine::number(const char* option, double def, double min, double ma
     if (end == text.c_str() || *end != 0 || !(result >= min && result <= max)) {
         char range[96];
         std::snprintf(range, sizeof range, " must be a number from %g to %g", min, max);
-        throw UsageError(option + std::string(range));
+        throw error(option + std::string(range));
     }
     return result;
 }

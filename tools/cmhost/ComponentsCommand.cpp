@@ -2,26 +2,39 @@
 //
 // Lists every component the manager found, by kind: name, directory, priority and file
 // extensions (importers), and each object's format pairs with rates and channels. With
-// --check it also looks again at every component directory the manager left out (it drops
-// them silently) and says why: no info.xml, a parse or DTD error (libxml2's own message),
-// or a kind element that does not match the directory's suffix.
+// --check it is the install check: it looks again at every component directory the manager
+// left out (it drops them silently) and says why (no info.xml, a parse or DTD error in
+// libxml2's words, or a kind element that does not match the directory's suffix), and it
+// loads every shared object a listed component names and says why one cannot serve (a
+// missing file, the loader's message for a missing library or symbol, a missing entry
+// point or one that makes no component). Anything found makes the exit status 1.
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <libxml/parser.h>
 #include <libxml/valid.h>
 #include <sys/stat.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <set>
 
 namespace cmhost {
 
 namespace {
+
+const char kHelp[] =
+    "usage: cmhost components [--kind KIND] [--check]\n"
+    "\n"
+    "  lists the components found in the component directory, by kind\n"
+    "  --kind KIND  only importer, decoder, filter, converter, encoder, exporter or packetizer\n"
+    "  --check      also say why each component directory that was left out was rejected,\n"
+    "               load every component's shared objects and say why one cannot load;\n"
+    "               the exit status is 1 when anything was left out or cannot load";
 
 // The kinds in the order the manager recognises directory names.
 struct Kind {
@@ -69,35 +82,6 @@ void printInfo(const ZR::CM::RComponentInfo& info) {
     }
 }
 
-// Collects libxml2's messages for one check.
-struct Messages {
-    std::string text;
-    static void structured(void* self, const xmlError* error) {
-        auto* messages = static_cast<Messages*>(self);
-        std::string line = error->message ? error->message : "unknown error";
-        while (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-        }
-        if (error->line > 0) {
-            line = "line " + std::to_string(error->line) + ": " + line;
-        }
-        messages->text += (messages->text.empty() ? "" : "; ") + line;
-    }
-    static void validity(void* self, const char* format, ...) {
-        char buffer[512];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(buffer, sizeof buffer, format, args);
-        va_end(args);
-        std::string line = buffer;
-        while (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-        }
-        auto* messages = static_cast<Messages*>(self);
-        messages->text += (messages->text.empty() ? "" : "; ") + line;
-    }
-};
-
 struct DocDeleter {
     void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
 };
@@ -122,23 +106,17 @@ std::string diagnose(const std::string& directory, const Kind& kind, xmlDtd* dtd
     if (stat(file.c_str(), &st) != 0) {
         return "info.xml missing";
     }
-    Messages messages;
-    xmlSetStructuredErrorFunc(&messages,
-                              reinterpret_cast<xmlStructuredErrorFunc>(&Messages::structured));
+    const XmlMessages messages;
     std::unique_ptr<xmlDoc, DocDeleter> doc(xmlReadFile(file.c_str(), nullptr, XML_PARSE_NONET));
-    xmlSetStructuredErrorFunc(nullptr, nullptr);
     if (!doc) {
-        return "parse error: " + messages.text;
+        return "parse error: " + messages.summary();
     }
     if (!dtd) {
         return "no definition (info.dtd) to validate against";
     }
     xmlValidCtxt context{};
-    context.userData = &messages;
-    context.error = &Messages::validity;
-    context.warning = &Messages::validity;
     if (!xmlValidateDtd(&context, doc.get(), dtd)) {
-        return "does not validate against info.dtd: " + messages.text;
+        return "does not validate against info.dtd: " + messages.summary();
     }
     const xmlNode* kindElement = lastElement(xmlDocGetRootElement(doc.get()));
     const char* found = kindElement ? reinterpret_cast<const char*>(kindElement->name) : "none";
@@ -149,7 +127,64 @@ std::string diagnose(const std::string& directory, const Kind& kind, xmlDtd* dtd
     return "rejected by the manager (its limits on size or format items)";
 }
 
-void check(const Host& host) {
+// Why one shared object of a component cannot serve, or "" when it loads and its entry
+// point makes a component. It is opened only for this check and closed again, where the
+// manager would keep it for the life of the process. Every symbol is bound at once, so
+// that a symbol the loader cannot resolve is reported here rather than ending a later run.
+std::string moduleProblem(const std::string& path) {
+    const std::string missing = whyUnreadable(path);
+    if (!missing.empty()) {
+        return path + ": " + missing;
+    }
+    void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* const why = dlerror();
+        return why ? why : path + " cannot be loaded";
+    }
+    const std::unique_ptr<void, int (*)(void*)> closer(handle, &dlclose);
+    using EntryPoint = ZR::CM::RComponent* (*)();
+    const auto entry = reinterpret_cast<EntryPoint>(dlsym(handle, "getComponentInstance"));
+    if (!entry) {
+        return path + " has no entry point getComponentInstance";
+    }
+    try {
+        // Released before the module is closed: its code is the component's.
+        const ZR::RPtr<ZR::CM::RComponent> component(entry());
+        if (!component) {
+            return "getComponentInstance of " + path + " made no component";
+        }
+    } catch (const std::exception& e) {
+        return "getComponentInstance of " + path + " failed: " + e.what();
+    }
+    return "";
+}
+
+// Why a component the manager listed cannot be loaded, or "" when every shared object it
+// would load for one of its format pairs serves.
+std::string loadProblem(const ZR::CM::RComponentInfo& info) {
+    std::set<std::string> paths;
+    for (const ZR::CM::ComponentFormatItem& item : info.formatMap.getItems()) {
+        paths.insert(info.getComponentPath(item.inFormat, item.outFormat).c_str());
+    }
+    if (paths.empty()) {
+        return "info.xml names no object to load";
+    }
+    for (const std::string& path : paths) {
+        const std::string problem = moduleProblem(path);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    return "";
+}
+
+bool selected(const Kind& kind, const std::string& only) {
+    return only.empty() || only == kind.word;
+}
+
+// Says why each component directory of the selected kinds was left out; the number of them,
+// or 1 when the component directory cannot be read.
+int leftOut(const Host& host, const std::string& only) {
     const std::string root = host.manager().getComponentDirectory().c_str();
     const std::string dtdPath =
         ZR::CM::sys_conf::instance().get_value("common.dtd-path", "") + "/info.dtd";
@@ -157,10 +192,10 @@ void check(const Host& host) {
         xmlParseDTD(nullptr, reinterpret_cast<const xmlChar*>(dtdPath.c_str())));
     std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(root.c_str()), &closedir);
     if (!dir) {
-        std::printf("component directory %s cannot be read\n", root.c_str());
-        return;
+        std::printf("  %s\n", host.componentDirectoryProblem().c_str());
+        return 1;
     }
-    int dropped = 0;
+    int problems = 0;
     while (const dirent* entry = readdir(dir.get())) {
         const std::string name = entry->d_name;
         for (const Kind& kind : kKinds) {
@@ -171,17 +206,48 @@ void check(const Host& host) {
             for (const auto* info : host.components(kind.word)) {
                 listed = listed || name == info->directoryName.c_str();
             }
-            if (!listed) {
-                ++dropped;
+            if (!listed && selected(kind, only)) {
+                ++problems;
                 std::printf("  %s: %s\n", name.c_str(),
                             diagnose(root + "/" + name, kind, dtd.get()).c_str());
             }
             break;  // the first suffix decides, as for the manager
         }
     }
-    if (dropped == 0) {
-        std::printf("  every component directory was accepted\n");
+    return problems;
+}
+
+int cannotLoad(const Host& host, const std::string& only) {
+    int problems = 0;
+    for (const Kind& kind : kKinds) {
+        if (!selected(kind, only)) {
+            continue;
+        }
+        for (const auto* info : host.components(kind.word)) {
+            const std::string problem = loadProblem(*info);
+            if (!problem.empty()) {
+                ++problems;
+                std::printf("  %s: %s\n", info->directoryName.c_str(), problem.c_str());
+            }
+        }
     }
+    return problems;
+}
+
+// The install check: 0 when every component directory was accepted and every component
+// loads, 1 otherwise, with one line on standard error that says how many did not.
+int check(const Host& host, const std::string& only) {
+    std::printf("Left out\n");
+    const int dropped = leftOut(host, only);
+    std::printf("Cannot load\n");
+    const int broken = cannotLoad(host, only);
+    if (dropped == 0 && broken == 0) {
+        std::printf("check: every component directory was accepted and every component loads\n");
+        return 0;
+    }
+    std::fflush(stdout);
+    std::fprintf(stderr, "cmhost: check failed: %d left out, %d cannot load\n", dropped, broken);
+    return 1;
 }
 
 }  // namespace
@@ -203,30 +269,24 @@ std::string fourccText(unsigned int code) {
 }
 
 int runComponents(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {"--kind"}, {"--check", "--help"});
+    const CommandLine line(args, kHelp, {"--kind"}, {"--check"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost components [--kind KIND] [--check]\n"
-            "  lists the components found in the component directory, by kind\n"
-            "  --kind KIND  only importer, decoder, filter, converter, encoder, exporter or "
-            "packetizer\n"
-            "  --check      also say why each component directory that was left out was "
-            "rejected");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(0, 0);
+    line.expectPositionals({});
     const std::string only = line.value("--kind");
     bool known = only.empty();
     for (const Kind& kind : kKinds) {
         known = known || only == kind.word;
     }
     if (!known) {
-        throw UsageError("unknown kind " + only);
+        throw line.error("unknown kind " + only);
     }
     const Host host(global.config, global.verbose);
     std::printf("component directory: %s\n", host.manager().getComponentDirectory().c_str());
     for (const Kind& kind : kKinds) {
-        if (!only.empty() && only != kind.word) {
+        if (!selected(kind, only)) {
             continue;
         }
         const auto infos = host.components(kind.word);
@@ -235,11 +295,7 @@ int runComponents(const GlobalOptions& global, const Words& args) {
             printInfo(*info);
         }
     }
-    if (line.has("--check")) {
-        std::printf("Left out\n");
-        check(host);
-    }
-    return 0;
+    return line.has("--check") ? check(host, only) : 0;
 }
 
 }  // namespace cmhost

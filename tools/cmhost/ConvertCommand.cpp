@@ -15,6 +15,13 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost convert INPUT OUTPUT [--filter NAME[:key=value,...]]...\n"
+    "\n"
+    "  imports INPUT (importer chosen by extension), runs each filter in order with\n"
+    "  its settings, and exports OUTPUT (exporter chosen by extension)\n"
+    "  example: cmhost convert in.wav out.wav --filter gain:gain-db=-6";
+
 struct FilterSpec {
     std::string name;
     std::vector<std::pair<std::string, std::string>> settings;
@@ -35,16 +42,12 @@ FilterSpec parseFilter(const std::string& text) {
 }  // namespace
 
 int runConvert(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {"--filter"}, {"--help"});
+    const CommandLine line(args, kHelp, {"--filter"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost convert INPUT OUTPUT [--filter NAME[:key=value,...]]...\n"
-            "  imports INPUT (importer chosen by extension), runs each filter in order with\n"
-            "  its settings, and exports OUTPUT (exporter chosen by extension)\n"
-            "  example: cmhost convert in.wav out.wav --filter gain:gain-db=-6");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(2, 2);
+    line.expectPositionals({"INPUT", "OUTPUT"});
     std::vector<FilterSpec> filters;
     for (const std::string& text : line.values("--filter")) {
         filters.push_back(parseFilter(text));

@@ -20,6 +20,14 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost generate tone OUTPUT [--seconds S] [--rate R] [--channels C] [--frequency F]\n"
+    "       cmhost generate video OUTPUT [--seconds S] [--width W] [--height H] [--fps N]\n"
+    "\n"
+    "  writes a 16-bit sine tone (default 2 s, 48000 Hz, 2 channels, 440 Hz) or a\n"
+    "  4:2:0 moving gradient (default 2 s, 320x240, 25 fps) with the exporter that\n"
+    "  OUTPUT's extension calls for";
+
 // The formats the sample components exchange: interleaved little-endian PCM, and planar
 // 4:2:0 pictures described by width, height, layout and frame rate.
 constexpr unsigned int kLinearPCM = ZR::fourcc("lpcm");
@@ -134,20 +142,13 @@ private:
 
 int runGenerate(const GlobalOptions& global, const Words& args) {
     const CommandLine line(
-        args, {"--seconds", "--rate", "--channels", "--frequency", "--width", "--height", "--fps"},
-        {"--help"});
+        args, kHelp,
+        {"--seconds", "--rate", "--channels", "--frequency", "--width", "--height", "--fps"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost generate tone OUTPUT [--seconds S] [--rate R] [--channels C] "
-            "[--frequency F]\n"
-            "       cmhost generate video OUTPUT [--seconds S] [--width W] [--height H] "
-            "[--fps N]\n"
-            "  writes a 16-bit sine tone (default 2 s, 48000 Hz, 2 channels, 440 Hz) or a\n"
-            "  4:2:0 moving gradient (default 2 s, 320x240, 25 fps) with the exporter that\n"
-            "  OUTPUT's extension calls for");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(2, 2);
+    line.expectPositionals({"tone or video", "OUTPUT"});
     const std::string what = line.positional(0, "tone or video");
     const double seconds = line.number("--seconds", 2, 0, 3600);
     ZR::RPtr<Source> source;
@@ -162,7 +163,7 @@ int runGenerate(const GlobalOptions& global, const Words& args) {
                             static_cast<unsigned>(line.number("--height", 240, 2, 8192)),
                             line.number("--fps", 25, 1, 240));
     } else {
-        throw UsageError("generate makes a tone or a video, not " + what);
+        throw line.error("generate makes a tone or a video, not " + what);
     }
     const Host host(global.config, global.verbose);
     Pipeline pipeline;

@@ -1,13 +1,18 @@
 #include "Host.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <list>
+#include <memory>
 #include <vector>
 
 namespace cmhost {
@@ -19,6 +24,10 @@ std::string directoryOf(const std::string& path) {
     return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
 }
 
+std::string fileNameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 std::string executableDirectory() {
     char buffer[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
@@ -28,15 +37,20 @@ std::string executableDirectory() {
     return directoryOf(std::string(buffer, static_cast<size_t>(length)));
 }
 
-// The configuration that comes with the program: share/cm/cm.conf beside the bin (or
-// tools) directory that holds it, in an install and in a build tree alike.
-std::string shippedConfiguration() {
-    const std::string candidate = executableDirectory() + "/../share/cm/cm.conf";
+// A path below the directory above the program's own (bin in an install, tools in a build
+// tree): where the data files and components installed with it are.
+std::string besideProgram(const char* relative) {
+    const std::string path = executableDirectory() + "/../" + relative;
     char resolved[PATH_MAX];
-    if (!realpath(candidate.c_str(), resolved)) {
-        throw HostError(ZR::CM::kResultFileNotFound, "no configuration at " + candidate);
-    }
-    return resolved;
+    return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+// Where the installed counterpart of a data file is, for a message about a missing or
+// invalid one.
+std::string installedOne(const std::string& directory, const std::string& name) {
+    const std::string path = directory + "/" + name;
+    return whyUnreadable(path).empty() ? "the installed one is " + path
+                                       : "none is installed in " + directory + " either";
 }
 
 std::string lowerCase(std::string text) {
@@ -45,6 +59,53 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
+// Keeps what is written to standard error while it lives in a temporary file, so that it
+// can go to the log instead: the library reports each component it leaves out there. Where
+// no temporary file can be made, standard error stays as it is.
+class CapturedStderr {
+public:
+    CapturedStderr() : mFile(std::tmpfile(), &std::fclose) {
+        std::fflush(stderr);
+        mSaved = mFile ? dup(STDERR_FILENO) : -1;
+        if (mSaved >= 0 && dup2(fileno(mFile.get()), STDERR_FILENO) < 0) {
+            close(mSaved);
+            mSaved = -1;
+        }
+    }
+    ~CapturedStderr() { restore(); }
+    CapturedStderr(const CapturedStderr&) = delete;
+    CapturedStderr& operator=(const CapturedStderr&) = delete;
+
+    // Puts standard error back and returns the lines written meanwhile.
+    std::vector<std::string> release() {
+        restore();
+        std::vector<std::string> lines;
+        if (!mFile) {
+            return lines;
+        }
+        std::rewind(mFile.get());
+        char line[4096];
+        while (std::fgets(line, sizeof line, mFile.get())) {
+            lines.emplace_back(line, std::strcspn(line, "\n"));
+        }
+        return lines;
+    }
+
+private:
+    void restore() {
+        if (mSaved < 0) {
+            return;
+        }
+        std::fflush(stderr);
+        dup2(mSaved, STDERR_FILENO);
+        close(mSaved);
+        mSaved = -1;
+    }
+
+    std::unique_ptr<FILE, int (*)(FILE*)> mFile;
+    int mSaved = -1;
+};
+
 // The directory name without its kind suffix: "gain.filter" gives "gain".
 std::string baseName(const ZR::CM::RComponentInfo& info) {
     const std::string directory = info.directoryName.c_str();
@@ -52,6 +113,13 @@ std::string baseName(const ZR::CM::RComponentInfo& info) {
 }
 
 }  // namespace
+
+std::string whyUnreadable(const std::string& path) {
+    if (access(path.c_str(), R_OK) == 0) {
+        return "";
+    }
+    return std::strerror(errno);
+}
 
 std::string extensionOf(const std::string& path) {
     const size_t slash = path.rfind('/');
@@ -63,25 +131,99 @@ std::string extensionOf(const std::string& path) {
 }
 
 Host::Host(const std::string& configPath, bool verbose)
-    : mConfigPath(configPath.empty() ? shippedConfiguration() : configPath) {
-    if (access(mConfigPath.c_str(), R_OK) != 0) {
-        throw HostError(ZR::CM::kResultFileNotFound, "cannot read configuration " + mConfigPath);
-    }
-    const std::string root = directoryOf(mConfigPath) + "/";
-    if (!ZR::CM::sys_conf::instance().load_file(mConfigPath.c_str(), root.c_str())) {
-        throw HostError(ZR::CM::kResultXMLValidationFailed,
-                        "configuration " + mConfigPath + " does not load");
-    }
+    : mInstalledData(besideProgram("share/cm")),
+      mConfigPath(configPath.empty() ? mInstalledData + "/cm.conf" : configPath) {
+    XmlMessages messages;
+    std::optional<HostError> failure = loadConfiguration(messages);
+    // The logger takes its destinations from the configuration, so it starts only now.
     ZR::CM::RLogger* logger = ZR::CM::RLogger::getDefault("cmhost");
     if (verbose) {
         logger->addInterface(new ZR::CM::RStderrLogInterface);
     }
-    mManager = ZR::CM::RComponentManager::getDefault();
-    if (mManager->loadComponentInformation() != 0) {
-        throw HostError(ZR::CM::kResultDTDLoadFailed, "cannot load the component definition");
+    messages.logTo(*logger);
+    if (failure) {
+        throw *failure;
+    }
+    failure = scanComponents(messages, *logger);
+    messages.logTo(*logger);
+    if (failure) {
+        throw *failure;
+    }
+    if (!mComponentDirectoryProblem.empty()) {
+        logger->logf(ZR::CM::kLogWarning, "cmhost: %s", mComponentDirectoryProblem.c_str());
     }
     logger->logf(ZR::CM::kLogInfo, "cmhost: configuration %s, components in %s",
                  mConfigPath.c_str(), mManager->getComponentDirectory().c_str());
+}
+
+std::optional<HostError> Host::loadConfiguration(const XmlMessages& messages) const {
+    const std::string installed = installedOne(mInstalledData, "cm.conf");
+    const std::string why = whyUnreadable(mConfigPath);
+    if (!why.empty()) {
+        return HostError(
+            ZR::CM::kResultFileNotFound,
+            "configuration " + mConfigPath + " cannot be read: " + why + " (" + installed + ")");
+    }
+    const std::string root = directoryOf(mConfigPath) + "/";
+    if (ZR::CM::sys_conf::instance().load_file(mConfigPath.c_str(), root.c_str())) {
+        return std::nullopt;
+    }
+    // The usual cause: a copy of the configuration without the document type it names,
+    // which libxml2 looks for beside the configuration.
+    for (const XmlMessages::Message& message : messages.messages()) {
+        if (message.domain == XML_FROM_IO && message.code == XML_IO_LOAD_ERROR &&
+            !message.about.empty()) {
+            return HostError(ZR::CM::kResultXMLValidationFailed,
+                             "configuration " + mConfigPath + " needs " + message.about +
+                                 ", which cannot be read (" +
+                                 installedOne(mInstalledData, fileNameOf(message.about)) + ")");
+        }
+    }
+    std::string what = "configuration " + mConfigPath + " is invalid";
+    if (const XmlMessages::Message* error = messages.firstError()) {
+        what += ": " + XmlMessages::describe(*error);
+    }
+    return HostError(ZR::CM::kResultXMLValidationFailed, what + " (" + installed + ")");
+}
+
+std::optional<HostError> Host::scanComponents(const XmlMessages& messages,
+                                              ZR::CM::RLogger& logger) {
+    mManager = ZR::CM::RComponentManager::getDefault();
+    const std::string directory = mManager->getComponentDirectory().c_str();
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(directory.c_str()), &closedir);
+    if (!listing) {
+        const std::string why = std::strerror(errno);
+        mComponentDirectoryProblem = "component directory " + directory +
+                                     " cannot be read: " + why + " (common.component-path in " +
+                                     mConfigPath + "; the installed components are in " +
+                                     besideProgram("lib/cm/components") + ")";
+    }
+    CapturedStderr reports;
+    const int scanned = mManager->loadComponentInformation();
+    for (const std::string& line : reports.release()) {
+        logger.logf(ZR::CM::kLogWarning, "%s", line.c_str());
+    }
+    if (scanned == 0) {
+        return std::nullopt;
+    }
+    const std::string dtd =
+        ZR::CM::sys_conf::instance().get_value("common.dtd-path", "") + "/info.dtd";
+    const std::string why = whyUnreadable(dtd);
+    const XmlMessages::Message* error = messages.firstError();
+    const std::string problem = !why.empty() ? "cannot be read: " + why
+                                : error      ? "is invalid: " + XmlMessages::describe(*error)
+                                             : "is invalid";
+    return HostError(ZR::CM::kResultDTDLoadFailed,
+                     "the component definition " + dtd + " " + problem + " (common.dtd-path in " +
+                         mConfigPath + "; " + installedOne(mInstalledData, "info.dtd") + ")");
+}
+
+HostError Host::notFound(int code, const std::string& what) const {
+    if (!mComponentDirectoryProblem.empty()) {
+        return HostError(code, what + ": " + mComponentDirectoryProblem);
+    }
+    return HostError(code, what + " among the components in " +
+                               std::string(mManager->getComponentDirectory().c_str()));
 }
 
 ZR::RPtr<ZR::CM::RImporterInfo> Host::importerFor(const std::string& media) const {
@@ -93,8 +235,8 @@ ZR::RPtr<ZR::CM::RImporterInfo> Host::importerFor(const std::string& media) cons
             }
         }
     }
-    throw HostError(ZR::CM::kResultNoImporter,
-                    "no importer for " + (extension.empty() ? media : "." + extension) + " files");
+    throw notFound(ZR::CM::kResultNoImporter,
+                   "no importer for " + (extension.empty() ? media : "." + extension) + " files");
 }
 
 ZR::RPtr<ZR::CM::RExporterInfo> Host::exporterFor(const std::string& path) const {
@@ -104,8 +246,8 @@ ZR::RPtr<ZR::CM::RExporterInfo> Host::exporterFor(const std::string& path) const
             return info;
         }
     }
-    throw HostError(ZR::CM::kResultNoExporter,
-                    "no exporter for " + (extension.empty() ? path : "." + extension) + " files");
+    throw notFound(ZR::CM::kResultNoExporter,
+                   "no exporter for " + (extension.empty() ? path : "." + extension) + " files");
 }
 
 namespace {
@@ -153,7 +295,7 @@ ZR::RPtr<ZR::CM::RComponentInfo> Host::componentNamed(const std::string& name,
                      : kind == "exporter"   ? ZR::CM::kResultNoExporter
                      : kind == "importer"   ? ZR::CM::kResultNoImporter
                                             : ZR::CM::kResultUnspecified;
-    throw HostError(code, "no " + kind + " named " + name);
+    throw notFound(code, "no " + kind + " named " + name);
 }
 
 ZR::RPtr<ZR::CM::RComponent> Host::load(ZR::CM::RComponentInfo& info) const {

@@ -1,19 +1,25 @@
 // The host's start-up and its way to components and media.
 //
 // Start-up follows the library's order: the configuration file first, then the default
-// logger, then the component manager, which scans the component directory. The host then
-// finds components the way a user names them — an importer by the media's file extension
-// (highest priority first), an exporter by the output's extension ("wav" finds
-// wav.exporter), a filter by its name ("gain" finds gain.filter) — loads them, and opens
-// media through the stream factory (a path, a file:// URI or any URI a reader plug-in
-// serves).
+// logger, then the component manager, which scans the component directory. Meanwhile
+// libxml2's own messages and the library's reports on the components it leaves out go to
+// the log (standard error only with -v), and a failure becomes one line that names the file
+// that was missing or invalid, where it was looked for, and the one installed with the
+// program. The host then finds components the way a user names them — an importer by the
+// media's file extension (highest priority first), an exporter by the output's extension
+// ("wav" finds wav.exporter), a filter by its name ("gain" finds gain.filter) — loads them,
+// and opens media through the stream factory (a path, a file:// URI or any URI a reader
+// plug-in serves).
 //
 // Everything here runs on the main thread before and after the pipeline runs.
 #ifndef CMHOST_HOST_H
 #define CMHOST_HOST_H
 
+#include "XmlMessages.h"
+
 #include <cm/cm.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -32,12 +38,15 @@ private:
 
 class Host {
 public:
-    // Loads configPath, or the configuration shipped with the program when it is empty.
+    // Loads configPath, or the configuration installed with the program when it is empty.
     // verbose mirrors every log message to standard error.
     Host(const std::string& configPath, bool verbose);
 
     const std::string& configPath() const { return mConfigPath; }
     ZR::CM::RComponentManager& manager() const { return *mManager; }
+    // Why the component directory cannot be read, naming where the installed components
+    // are; "" when it can be read.
+    const std::string& componentDirectoryProblem() const { return mComponentDirectoryProblem; }
 
     ZR::RPtr<ZR::CM::RImporterInfo> importerFor(const std::string& media) const;
     ZR::RPtr<ZR::CM::RExporterInfo> exporterFor(const std::string& path) const;
@@ -57,9 +66,21 @@ public:
     ZR::RPtr<ZR::CM::RStream> openStream(const std::string& media, unsigned int flags) const;
 
 private:
+    // Each returns the failure to report once libxml2's messages are logged, if any.
+    std::optional<HostError> loadConfiguration(const XmlMessages& messages) const;
+    // The library's own reports on the components it leaves out go to logger.
+    std::optional<HostError> scanComponents(const XmlMessages& messages, ZR::CM::RLogger& logger);
+    // A HostError for a component that is not there, saying where the host looked.
+    HostError notFound(int code, const std::string& what) const;
+
+    const std::string mInstalledData;  // share/cm beside the program's directory
     std::string mConfigPath;
-    ZR::CM::RComponentManager* mManager;
+    ZR::CM::RComponentManager* mManager = nullptr;
+    std::string mComponentDirectoryProblem;
 };
+
+// "" when path can be read, else why not ("No such file or directory").
+std::string whyUnreadable(const std::string& path);
 
 // The lower-case extension of a path or URI ("WAV" in "a/b.WAV" gives "wav"), or "".
 std::string extensionOf(const std::string& path);

@@ -4,7 +4,8 @@
 // (the highest priority first) and prints the movie it describes: its metadata and each
 // track. Track fields are read the way the sample importers fill them: mTrackValue the
 // data format, mTrackReal the rate, mTrackSize the count of sample frames or pictures, and
-// mKindValue1/2 the channels and bits of audio or the width and height of video.
+// mKindValue1/2 the channels and bits of audio (0 bits: coded audio without a fixed sample
+// size) or the width and height of video.
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
@@ -17,6 +18,12 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost info MEDIA\n"
+    "\n"
+    "  MEDIA is a path, a file:// URI or any URI a reader plug-in serves; the importer\n"
+    "  is chosen by the file extension";
+
 void printMovie(const ZR::CM::RMovieInfo& movie) {
     for (const auto& entry : movie.getMetaData()) {
         std::printf("  %s: %s\n", entry.first.c_str(), entry.second.c_str());
@@ -27,8 +34,11 @@ void printMovie(const ZR::CM::RMovieInfo& movie) {
                     fourccText(track->mMediaType).c_str(), fourccText(track->mTrackValue).c_str(),
                     double(track->mTrackStart), double(track->mTrackDuration));
         if (const auto* audio = dynamic_cast<const ZR::CM::RAudioTrackInfo*>(track)) {
-            std::printf(", %g Hz, %u channels, %u bits, %llu sample frames", track->mTrackReal,
-                        audio->mKindValue1, audio->mKindValue2, track->mTrackSize);
+            std::printf(", %g Hz, %u channels", track->mTrackReal, audio->mKindValue1);
+            if (audio->mKindValue2 != 0) {
+                std::printf(", %u bits", audio->mKindValue2);
+            }
+            std::printf(", %llu sample frames", track->mTrackSize);
         } else if (const auto* video = dynamic_cast<const ZR::CM::RVideoTrackInfo*>(track)) {
             std::printf(", %ux%u, %g fps, %llu pictures", video->mKindValue1, video->mKindValue2,
                         track->mTrackReal, track->mTrackSize);
@@ -40,15 +50,12 @@ void printMovie(const ZR::CM::RMovieInfo& movie) {
 }  // namespace
 
 int runInfo(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {}, {"--help"});
+    const CommandLine line(args, kHelp, {});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost info MEDIA\n"
-            "  MEDIA is a path, a file:// URI or any URI a reader plug-in serves; the importer\n"
-            "  is chosen by the file extension");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(1, 1);
+    line.expectPositionals({"MEDIA"});
     const std::string media = line.positional(0, "MEDIA");
     const Host host(global.config, global.verbose);
     const auto info = host.importerFor(media);

@@ -13,6 +13,15 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost rtsp URL [--user U --password P] [--method M] [--timeout MS]\n"
+    "\n"
+    "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
+    "  answered once with the credentials; a server that stops answering is given up\n"
+    "  after the time-out (default 30000 ms)";
+static_assert(ZR::CM::RRTSPSession::kDefaultReceiveTimeout == 30000,
+              "the help text names the default time-out");
+
 // Says why connecting failed, so that the command can report it instead of sending into
 // a socket that is not there.
 class ConnectionWatch : public ZR::CM::CRTSPSessionDelegate {
@@ -30,20 +39,16 @@ private:
 }  // namespace
 
 int runRtsp(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {"--user", "--password", "--method", "--timeout"}, {"--help"});
+    const CommandLine line(args, kHelp, {"--user", "--password", "--method", "--timeout"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost rtsp URL [--user U --password P] [--method M] [--timeout MS]\n"
-            "  sends one RTSP request (default DESCRIBE) and prints the response; a 401 is\n"
-            "  answered once with the credentials; a server that stops answering is given up\n"
-            "  after the time-out (default 10000 ms)");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(1, 1);
+    line.expectPositionals({"URL"});
     const std::string url = line.positional(0, "URL");
     const ZR::RURI uri(url.c_str());
     if (uri.getKind() != 4) {
-        throw UsageError("not an rtsp:// URL: " + url);
+        throw line.error("not an rtsp:// URL: " + url);
     }
     const Host host(global.config, global.verbose);
     ZR::RPtr<ZR::CM::RRTSPSession> session(new ZR::CM::RRTSPSession(uri));
@@ -51,7 +56,8 @@ int runRtsp(const GlobalOptions& global, const Words& args) {
     session->setDelegate(&watch);
     session->setUser(ZR::CString(line.value("--user").c_str()));
     session->setPassword(ZR::CString(line.value("--password").c_str()));
-    session->setReceiveTimeout(static_cast<int>(line.number("--timeout", 10000, 0, 3600000)));
+    session->setReceiveTimeout(static_cast<int>(
+        line.number("--timeout", ZR::CM::RRTSPSession::kDefaultReceiveTimeout, 0, 3600000)));
     if (session->connect() != 0 || watch.failed()) {
         throw HostError(ZR::CM::kResultUnspecified, "cannot connect to " + url);
     }

@@ -20,6 +20,13 @@ namespace cmhost {
 
 namespace {
 
+const char kHelp[] =
+    "usage: cmhost stream INPUT --rtp HOST:PORT [--sdp FILE] [--mtu N] [--delay S]\n"
+    "\n"
+    "  sends INPUT's audio as RTP L16 over UDP in real time; FILE receives the SDP\n"
+    "  before the first packet is sent, and --delay (default 0) waits that many\n"
+    "  seconds more so that a receiver can open it";
+
 struct Destination {
     std::string host;
     int port;
@@ -65,18 +72,14 @@ std::string sessionDescription(const Destination& to, const ZR::CM::RRTPDescript
 }  // namespace
 
 int runStream(const GlobalOptions& global, const Words& args) {
-    const CommandLine line(args, {"--rtp", "--sdp", "--mtu", "--delay"}, {"--help"});
+    const CommandLine line(args, kHelp, {"--rtp", "--sdp", "--mtu", "--delay"});
     if (line.has("--help")) {
-        std::puts(
-            "usage: cmhost stream INPUT --rtp HOST:PORT [--sdp FILE] [--mtu N] [--delay S]\n"
-            "  sends INPUT's audio as RTP L16 over UDP in real time; FILE receives the SDP\n"
-            "  before the first packet is sent, and --delay (default 0) waits that many\n"
-            "  seconds more so that a receiver can open it");
+        std::puts(kHelp);
         return 0;
     }
-    line.expectPositionalCount(1, 1);
+    line.expectPositionals({"INPUT"});
     if (!line.has("--rtp")) {
-        throw UsageError("stream needs --rtp HOST:PORT");
+        throw line.error("missing --rtp HOST:PORT");
     }
     const Destination to = parseDestination(line.value("--rtp"));
     const double delay = line.number("--delay", 0, 0, 600);

@@ -3,7 +3,8 @@
 //   cmhost [--config FILE] [-v] COMMAND [ARGS...]
 //
 // Every failure is one line on standard error and a non-zero exit status: 2 for a mistake
-// in the command line, 1 for anything else.
+// in the command line, whose line is followed by the usage of the command concerned, 1 for
+// anything else.
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
@@ -21,7 +22,8 @@ const char kUsage[] =
     "usage: cmhost [--config FILE] [-v] COMMAND [ARGS...]\n"
     "\n"
     "commands:\n"
-    "  components [--kind KIND] [--check]   list the installed components\n"
+    "  components [--kind KIND] [--check]   list the installed components; --check loads\n"
+    "                                       each and fails when one cannot load\n"
     "  info MEDIA                           show the movie and its tracks\n"
     "  convert INPUT OUTPUT [--filter NAME[:key=value,...]]...\n"
     "                                       import, filter and export\n"
@@ -32,8 +34,10 @@ const char kUsage[] =
     "                                       send one RTSP request, print the response\n"
     "\n"
     "options:\n"
-    "  --config FILE   the system configuration (default: the one shipped with cmhost)\n"
+    "  --config FILE   the system configuration (default: share/cm/cm.conf installed with\n"
+    "                  cmhost)\n"
     "  -v              mirror log messages to standard error\n"
+    "  --version       the versions of cmhost and of the libraries it runs on\n"
     "  --help          this text; COMMAND --help describes one command\n";
 
 using Command = std::function<int(const cmhost::GlobalOptions&, const cmhost::Words&)>;
@@ -45,6 +49,17 @@ const std::map<std::string, Command>& commands() {
         {"stream", cmhost::runStream},         {"rtsp", cmhost::runRtsp},
     };
     return table;
+}
+
+// The libraries are the ones the loader found, which need not be those cmhost was built
+// with.
+void printVersions() {
+    std::printf("cmhost %s\nlibzr %s\nlibzrcore %s\nlibcm %s\n", CMHOST_VERSION, ZR::version(),
+                zrcore::version(), ZR::CM::version());
+}
+
+cmhost::UsageError usageError(const std::string& message) {
+    return cmhost::UsageError(message, cmhost::usageOf(kUsage));
 }
 
 }  // namespace
@@ -59,6 +74,10 @@ int main(int argc, char** argv) {
                 std::fputs(kUsage, stdout);
                 return 0;
             }
+            if (word == "--version") {
+                printVersions();
+                return 0;
+            }
             if (word == "-v") {
                 global.verbose = true;
             } else if (word == "--config" && i + 1 < argc) {
@@ -66,19 +85,22 @@ int main(int argc, char** argv) {
             } else if (word.rfind("--config=", 0) == 0) {
                 global.config = word.substr(std::strlen("--config="));
             } else {
-                throw cmhost::UsageError("unknown option " + word);
+                throw usageError("unknown option " + word);
             }
         }
         if (i >= argc) {
-            throw cmhost::UsageError("no command given (cmhost --help lists them)");
+            throw usageError("missing COMMAND (cmhost --help lists them)");
         }
         const auto command = commands().find(argv[i]);
         if (command == commands().end()) {
-            throw cmhost::UsageError(std::string("unknown command ") + argv[i]);
+            throw usageError(std::string("unknown command ") + argv[i]);
         }
         return command->second(global, cmhost::Words(argv + i + 1, argv + argc));
     } catch (const cmhost::UsageError& e) {
         std::fprintf(stderr, "cmhost: %s\n", e.what());
+        if (!e.usage().empty()) {
+            std::fprintf(stderr, "%s\n", e.usage().c_str());
+        }
         return 2;
     } catch (const cmhost::HostError& e) {
         std::fprintf(stderr, "cmhost: %s: %s\n", e.what(), ZR::CM::stringWithResultCode(e.code()));

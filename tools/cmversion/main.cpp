@@ -6,7 +6,7 @@
 #include <string>
 
 int main() {
-    std::printf("cm %s\n\nresult codes:\n", zrcore::version());
+    std::printf("cm %s\n\nresult codes:\n", ZR::CM::version());
     const int specific[] = {0, -1};
     for (int code : specific) {
         std::printf("%5d  %s\n", code, ZR::CM::stringWithResultCode(code));

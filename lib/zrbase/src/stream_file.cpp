@@ -83,12 +83,10 @@ void file::adopt(file const& other, copy_type type) {
             other.m_fd = k_invalid_fd;
             return;
         case k_duplicate:
-            // A copy of an unset file is unset, as a file from an empty path is.
-            if (other.is_set()) {
-                m_fd = ::dup(other.m_fd);
-                if (m_fd == k_invalid_fd) {
-                    raise_errno(k_line_dup);
-                }
+            // Also for an unset file: dup(-1) fails with EBADF, which is raised.
+            m_fd = ::dup(other.m_fd);
+            if (m_fd == k_invalid_fd) {
+                raise_errno(k_line_dup);
             }
             return;
     }

@@ -2,6 +2,8 @@
 
 namespace zrcore {
 
-const char* version() { return ZRCORE_VERSION; }
+const char* version() {
+    return CM_VERSION;
+}
 
 }  // namespace zrcore

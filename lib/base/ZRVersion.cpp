@@ -1,0 +1,9 @@
+#include <zr/ZRVersion.h>
+
+namespace ZR {
+
+const char* version() {
+    return CM_VERSION;
+}
+
+}  // namespace ZR

@@ -1,0 +1,59 @@
+// Pipelines of several tracks for the tests of the coded-media components: an importer
+// with one queue per track, a chain of stages (decoders, filters, encoders) per track, and
+// one exporter that takes every chain, over file streams, every component on its own
+// thread. Also the importer's tracks read straight from its queues, and tracks fed to an
+// exporter from the test.
+#ifndef CM_TESTS_SUPPORT_CODEDPIPELINES_H
+#define CM_TESTS_SUPPORT_CODEDPIPELINES_H
+
+#include <cm/CMComponent.h>
+#include <cm/CMComponentConfiguration.h>
+#include <cm/CMExporter.h>
+#include <cm/CMFrame.h>
+#include <cm/CMImporter.h>
+
+#include <string>
+#include <vector>
+
+namespace cmtest {
+
+struct Graph {
+    ZR::CM::RImporter* importer = nullptr;
+    // One chain per imported track, in track order; an empty chain copies the track.
+    std::vector<std::vector<ZR::CM::CMMultipleQueueComponent*>> chains;
+    ZR::CM::RExporter* exporter = nullptr;
+    ZR::CM::RImporterConfiguration importerConfiguration;
+    ZR::CM::RExporterConfiguration exporterConfiguration;
+    // Small limits, so that flow control is exercised.
+    int lowLimit = 2;
+    int highLimit = 4;
+};
+
+// Wires the graph from the file at input to the file at output (created or emptied),
+// configures the importer and exporter (the stages are configured by the caller), opens
+// the source and, when that succeeds, runs every component and joins them. Returns
+// openSource()'s result; every component is reset afterwards.
+int runGraph(Graph& graph, const std::string& input, const std::string& output);
+
+// One queue's worth of frames.
+struct Track {
+    ZR::RPtr<const ZR::CM::RDescription> description;
+    std::vector<ZR::RPtr<ZR::CM::RFrame>> frames;
+};
+
+// Runs the importer on the stream with `queues` output queues, each read on a thread of
+// its own; returns openSource()'s result and, when it succeeded, what came out of each
+// queue. The importer is reset afterwards.
+int importTracks(ZR::CM::RImporter& importer, ZR::RPtr<ZR::CM::RStream> stream, std::size_t queues,
+                 std::vector<Track>& tracks,
+                 const ZR::CM::RImporterConfiguration& configuration = {});
+
+// Feeds the tracks to the exporter writing path, all of the first track, then all of the
+// next, through queues with tiny limits: an exporter that waited on one input while
+// another is full would never end. Returns the exporter's status; it is reset afterwards.
+ZR::CM::CComponentStatus exportTracks(ZR::CM::RExporter& exporter, const std::string& path,
+                                      const std::vector<Track>& tracks);
+
+}  // namespace cmtest
+
+#endif
