@@ -242,14 +242,8 @@ int threadCount() {
 }
 
 template <typename T>
-T envOr(const char* name, T fallback) {
-    const char* text = std::getenv(name);
-    if (!text || !*text) {
-        return fallback;
-    }
-    std::istringstream in(text);
-    T value = fallback;
-    in >> value;
+T envOr(const char* name, T value) {
+    std::istringstream(std::getenv(name) ? std::getenv(name) : "") >> value;
     return value;
 }
 
@@ -562,30 +556,23 @@ private:
     // A pipeline that hangs cannot be cleaned up: describe it and end the process.
     void waitOrDie(const std::function<bool()>& done, const char* what) {
         const auto until = Clock::now() + std::chrono::seconds(60);
-        while (!done()) {
-            if (Clock::now() > until) {
-                std::fprintf(stderr, "pipeline %s: %s\n", what, shape().c_str());
-                for (const Edge& e : mEdges) {
-                    std::fprintf(stderr,
-                                 "  queue [%d/%d]: %d nodes, %s, %d readers waiting, %d writers "
-                                 "waiting\n",
-                                 e.queue->getLowLimit(), e.queue->getHighLimit(),
-                                 e.queue->getNodeCount(),
-                                 e.queue->getEndOfQueue() ? "ended" : "open",
-                                 e.queue->getReadersWaiting(), e.queue->getWritersWaiting());
-                }
-                for (const Stage* s : mStages) {
-                    std::fprintf(
-                        stderr, "  stage %p: %d inputs, %d outputs, %s, %s, %d pending, %zu read\n",
-                        static_cast<const void*>(s), static_cast<int>(s->mReads.size()),
-                        static_cast<int>(s->mPuts.size()),
-                        s->getRunningThreadCount() ? "running" : "ended",
-                        s->isPaused() ? "paused" : "not paused", s->getPendingNotificationCount(),
-                        s->mForwarded.size());
-                }
-                std::abort();
+        for (; !done(); std::this_thread::sleep_for(std::chrono::microseconds(200))) {
+            if (Clock::now() < until) {
+                continue;
             }
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            std::fprintf(stderr, "pipeline %s: %s\n", what, shape().c_str());
+            for (const Edge& e : mEdges) {  // nodes, ended, readers and writers waiting
+                std::fprintf(stderr, "  queue [%d/%d]: %d %d %d %d\n", e.queue->getLowLimit(),
+                             e.queue->getHighLimit(), e.queue->getNodeCount(),
+                             e.queue->getEndOfQueue(), e.queue->getReadersWaiting(),
+                             e.queue->getWritersWaiting());
+            }
+            for (const Stage* s : mStages) {  // running, paused, notifications pending, read
+                std::fprintf(stderr, "  stage %zu in, %zu out: %d %d %d %zu\n", s->mReads.size(),
+                             s->mPuts.size(), s->getRunningThreadCount(), s->isPaused(),
+                             s->getPendingNotificationCount(), s->mForwarded.size());
+            }
+            std::abort();
         }
     }
 
