@@ -21,10 +21,6 @@ using ZR::CM::RQueue;
 
 namespace {
 
-RPtr<RQueue> makeQueue(int low, int high) {
-    return new RQueue(low, high, ZR::CString("q"));
-}
-
 RPtr<RAudioDescription> stereo16(double rate, unsigned int channels = 2) {
     auto* d = new RAudioDescription;
     d->mChannels = channels;
@@ -45,7 +41,7 @@ std::vector<unsigned char> randomBytes(size_t size, unsigned int seed) {
 // A queue with one writer and one reader, neither tied to a component.
 struct Pipe {
     explicit Pipe(int low = 0, int high = 0)
-        : q(makeQueue(low, high)), writer(q.addr(), nullptr), reader(q.addr(), nullptr) {}
+        : q(cmtest::makeQueue(low, high)), writer(q.addr(), nullptr), reader(q.addr(), nullptr) {}
     RPtr<RQueue> q;
     RQFrameWriter writer;
     RQFrameReader reader;
@@ -65,7 +61,7 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
     const size_t kKept = 100;  // shared frames a reader holds on to, the last ones it read
     for (const int readers : {1, 2, 4}) {
         for (const bool limited : {false, true}) {
-            RPtr<RQueue> q = limited ? makeQueue(16, 64) : makeQueue(0, 0);
+            RPtr<RQueue> q = limited ? cmtest::makeQueue(16, 64) : cmtest::makeQueue(0, 0);
             std::vector<RPtr<RQFrameReader>> readerObjects;
             for (int r = 0; r < readers; ++r) {
                 readerObjects.emplace_back(new RQFrameReader(q.addr(), nullptr));
@@ -126,7 +122,7 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
 // With high 4 and low 1, a waiting reader sleeps through three puts and wakes at the
 // fourth; a fifth put blocks until the reader has brought the queue down to one node.
 TEST(QueueRWTest, LimitsWakeReadersAtHighAndWritersAtLow) {
-    RPtr<RQueue> q = makeQueue(1, 4);
+    RPtr<RQueue> q = cmtest::makeQueue(1, 4);
     RQFrameReader reader(q.addr(), nullptr);
     RQFrameWriter writer(q.addr(), nullptr);
     std::atomic<int> taken{0};
@@ -168,7 +164,7 @@ TEST(QueueRWTest, LimitsWakeReadersAtHighAndWritersAtLow) {
 // once both have asked for the one after it. A reader made on a filled queue starts at the
 // head; one destroyed while holding the head lets it go.
 TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
-    RPtr<RQueue> q = makeQueue(0, 0);
+    RPtr<RQueue> q = cmtest::makeQueue(0, 0);
     RQFrameWriter writer(q.addr(), nullptr);
     writer.put(makeNumberedFrame(0, 8));
     writer.put(makeNumberedFrame(1, 8));
@@ -201,7 +197,7 @@ TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
 TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
     const int liveBefore = cmtest::Tracked::live();
     {
-        RPtr<RQueue> q = makeQueue(0, 0);
+        RPtr<RQueue> q = cmtest::makeQueue(0, 0);
         std::vector<RQueue*> none;
         std::vector<RQueue*> queue{q.addr()};
         RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
@@ -344,7 +340,7 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
         std::vector<unsigned int> codes;  // read once the writer thread is joined
         std::atomic<int> handled{0};
     };
-    RPtr<RQueue> q = makeQueue(1, 2);
+    RPtr<RQueue> q = cmtest::makeQueue(1, 2);
     RPtr<Listener> component(new Listener);
     component->initialize();
     RQFrameReader reader(q.addr(), nullptr);

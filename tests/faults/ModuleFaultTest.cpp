@@ -16,7 +16,6 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -163,8 +162,7 @@ HostRun cmhost(const ComponentDirectory& components, const std::string& args) {
         // sh reports a child killed by a signal as 128 plus the signal.
         (status > 128 ? run.signal : run.exitStatus) = status > 128 ? status - 128 : status;
     }
-    std::ifstream in(err);
-    run.err.assign(std::istreambuf_iterator<char>(in), {});
+    run.err = cmtest::readText(err);
     return run;
 }
 
