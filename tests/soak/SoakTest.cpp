@@ -325,24 +325,15 @@ public:
         const int events = pick(0, 6);
         for (int i = 0; i < events; ++i) {
             std::this_thread::sleep_for(std::chrono::microseconds(pick(0, 3000)));
-            switch (pick(0, 3)) {
-                case 0:
-                    any()->pause();
-                    break;
-                case 1:
-                    any()->resume();
-                    break;
-                default:
-                    if (chance(2)) {
-                        waitForABlockedStage();
-                    }
-                    if (staggered) {
-                        resetStaggered();
-                    } else {
-                        resetAll();
-                    }
-                    break;
+            const int event = pick(0, 3);  // pause, resume, or (one time in two) a reset
+            if (event < 2) {
+                event == 0 ? any()->pause() : any()->resume();
+                continue;
             }
+            if (chance(2)) {
+                waitForABlockedStage();
+            }
+            staggered ? resetStaggered() : resetAll();
         }
         if (staggered || chance(3)) {
             mAborted = true;
@@ -475,19 +466,9 @@ private:
     RPtr<RQueue> newQueue() {
         // A reader holds the node it was handed until it steps past it, so a limited queue
         // needs a low limit of at least 1 and room for two nodes to make progress.
-        int low = 0, high = 0;
-        switch (pick(0, 2)) {
-            case 1:
-                low = pick(1, 3);
-                high = low + pick(1, 4);
-                break;
-            case 2:
-                low = pick(1, 64);
-                high = low + pick(1, 128);
-                break;
-            default:
-                break;
-        }
+        const int kind = pick(0, 2);  // without limits, with small ones or with large ones
+        const int low = kind == 0 ? 0 : pick(1, kind == 1 ? 3 : 64);
+        const int high = kind == 0 ? 0 : low + pick(1, kind == 1 ? 4 : 128);
         mShape << " [" << low << "/" << high << "]>";
         return new SoakQueue(low, high);
     }
