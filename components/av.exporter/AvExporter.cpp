@@ -53,6 +53,18 @@ AVRational fallbackClock(const CodedFormat& format) {
     return AVRational{1, 90000};
 }
 
+// Matroska times an Opus block from its first decoded sample, the encoder's delay (the
+// track's CodecDelay) included, where the frames here are timed from their first sample
+// played. This FFmpeg's muxer writes the CodecDelay but does not add it to the times;
+// the first block's time would then be negative, and the muxer would move every other
+// track late by the delay instead. So the exporter adds it: the seconds to add to the
+// times of such a track, 0 for any other.
+double matroskaCodecDelay(const std::string& muxer, const CodedFormat& format,
+                          unsigned int initialPadding) {
+    const bool matroska = muxer == "matroska" || muxer == "webm";
+    return matroska && format.codec == ZR::fourcc("Opus") ? initialPadding / 48000.0 : 0.0;
+}
+
 }  // namespace
 
 const char* RAvExporter::muxerForExtension(const std::string& extension) {
@@ -235,6 +247,7 @@ int RAvExporter::addStream(Track& track, const std::string& input, std::string& 
         unsigned int end = 0;
         trimmingOf(*track.early.front(), start, end);
         track.stream->codecpar->initial_padding = static_cast<int>(start);
+        track.delay = matroskaCodecDelay(mContext->oformat->name, track.format, start);
     }
     track.stream->time_base = track.format.timeBase.isValid() ? toRational(track.format.timeBase)
                                                               : fallbackClock(track.format);
@@ -271,8 +284,8 @@ int RAvExporter::write(Track& track, const RFrame& frame, std::string& why) {
     packet.data = const_cast<std::uint8_t*>(frame.getData());
     packet.size = static_cast<int>(frame.getSize());
     packet.stream_index = track.stream->index;
-    packet.dts = ticksOf(frame.getAuxTime(), clock);
-    packet.pts = ticksOf(frame.getStartTime(), clock);
+    packet.dts = ticksOf(frame.getAuxTime() + track.delay, clock);
+    packet.pts = ticksOf(frame.getStartTime() + track.delay, clock);
     // A coarser clock than the source's can make two decode times one; muxers want them
     // to go up.
     if (track.lastDts != AV_NOPTS_VALUE && packet.dts <= track.lastDts) {

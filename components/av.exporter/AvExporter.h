@@ -63,6 +63,7 @@ private:
         CodedFormat format;
         AVStream* stream = nullptr;
         std::int64_t lastDts = AV_NOPTS_VALUE;
+        double delay = 0.0;  // seconds added to every time of the track (see addStream())
         std::vector<ZR::RPtr<const ZR::CM::RFrame>> early;  // arrived before the header
     };
 

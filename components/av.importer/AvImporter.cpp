@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <sstream>
 
 using ZR::RPtr;
@@ -312,6 +313,7 @@ void RAvImporter::importPackets(const std::vector<int>& queueOfStream) {
         checkpoint();
         const int error = av_read_frame(mContext.get(), packet.get());
         if (error == AVERROR_EOF) {
+            checkComplete(counts);
             return;
         }
         if (error < 0) {
@@ -340,6 +342,28 @@ void RAvImporter::importPackets(const std::vector<int>& queueOfStream) {
         av_packet_unref(packet.get());
         mWriters[queue]->put(frame);
         mRun.addFrame(frame->getSize());
+    }
+}
+
+// An MP4 or QuickTime file lists every frame of every track in its header, and FFmpeg's
+// demuxer ends quietly where the data stops; so a file cut short after its header shows
+// here as a track with fewer frames than its index lists. Other containers index only
+// some frames, if any.
+void RAvImporter::checkComplete(const std::vector<unsigned int>& counts) {
+    if (std::strstr(mContext->iformat->name, "mov") == nullptr) {
+        return;
+    }
+    for (std::size_t i = 0; i < mTracks.size(); ++i) {
+        const int stream = mTracks[i].stream;
+        const int listed = avformat_index_get_entries_count(mContext->streams[stream]);
+        const unsigned int read = counts[static_cast<std::size_t>(stream)];
+        if (mContext->streams[stream]->discard != AVDISCARD_ALL && listed > 0 &&
+            read < static_cast<unsigned int>(listed)) {
+            mRun.fail(ZR::CM::kResultFileReadFailed,
+                      "the media ends early: track " + std::to_string(i + 1) + " has " +
+                          std::to_string(read) + " of its " + std::to_string(listed) + " frames");
+            return;
+        }
     }
 }
 

@@ -32,10 +32,11 @@
 // "tracks" setting naming a track that is not there or one twice,
 // kResultSettingParseFailed. A stream that fails or turns out damaged during the run
 // ends every track where it failed, with kResultFileReadFailed or
-// kResultInputMetaDataParseFailed in the status. FFmpeg's allocations are capped
-// (av/AvLibrary.h), so a header claiming huge sizes fails instead of taking the memory,
-// and nothing but the stream is read: FFmpeg may not open the files or URLs that a
-// playlist or a reference inside the content names.
+// kResultInputMetaDataParseFailed in the status, and so does an MP4 or QuickTime file
+// that ends before the frames its header lists (kResultFileReadFailed). FFmpeg's
+// allocations are capped (av/AvLibrary.h), so a header claiming huge sizes fails instead
+// of taking the memory, and nothing but the stream is read: FFmpeg may not open the files
+// or URLs that a playlist or a reference inside the content names.
 //
 // Threads: openSource(), getMovieInfo() and configure() on the application's thread
 // before start(); runloop() on the component's thread; getStatus() from any thread.
@@ -85,6 +86,9 @@ private:
     int assignQueues(std::vector<int>& trackOfQueue, std::string& why) const;
     // Reads every packet and writes the frames of the tracks that have a queue.
     void importPackets(const std::vector<int>& queueOfStream);
+    // Fails the run when the source ended before frames its index lists (counts: the
+    // frames read of each of FFmpeg's streams).
+    void checkComplete(const std::vector<unsigned int>& counts);
     // The result code of a failed read: the stream's or the content's fault.
     int readFailure() const;
     static int interrupted(void* importer);

@@ -21,9 +21,11 @@ RAvCodecStage::RAvCodecStage(std::string owner, std::vector<SettingSpec> setting
 int RAvCodecStage::configure(ZR::CM::RComponentConfiguration& configuration) {
     mConfigureWhy.clear();
     mConfigureResult = mSettings.configure(configuration, mConfigureWhy);
-    if (mConfigureResult == ZR::CM::kResultOK) {
-        mRun.setPhase(CComponentStatus::kConfigured);
+    if (mConfigureResult != ZR::CM::kResultOK) {
+        mRun.fail(mConfigureResult, mConfigureWhy);  // so that the host can say why at once
+        return mConfigureResult;
     }
+    mRun.setPhase(CComponentStatus::kConfigured);
     return mConfigureResult;
 }
 

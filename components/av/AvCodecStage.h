@@ -18,7 +18,8 @@
 // Configuration: configure() (CConfigurableP, called by a host after init()) checks the
 // settings against the stage's table (CAvSettings); a stage also takes its configuration
 // as the argument of start(), applied on its thread before the first frame. A rejected
-// configuration fails the run that follows it.
+// configuration shows in getStatus() at once, with the reason, and fails the run that
+// follows it.
 //
 // Threads: configure() on the application's thread before start(), or through start();
 // process(), flush() and the hooks on the component's thread; getStatus() from any thread.

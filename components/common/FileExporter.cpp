@@ -1,5 +1,6 @@
 #include "common/FileExporter.h"
 
+#include "common/InputPumps.h"
 #include "common/StreamIO.h"
 
 #include <cm/CMComponentStatus.h>
@@ -25,6 +26,9 @@ int RFileExporter::runloop(zrbase::object_refcount*) {
     mRun.setPhase(CComponentStatus::kWorking);
     if (!mStream || mReaderCount == 0) {
         mRun.fail(ZR::CM::kResultComponentInitFailed, "the exporter has no stream or input");
+    } else if (mReaderCount > 1) {
+        mRun.fail(ZR::CM::kResultNoValidTracks,
+                  "the file takes one track, and " + std::to_string(mReaderCount) + " were given");
     } else if (const int opened = openIfClosed(*mStream); opened != ZR::CM::kResultOK) {
         mRun.fail(opened, std::string("cannot open ") + mStream->getURI().c_str());
     } else {
@@ -73,10 +77,12 @@ bool RFileExporter::exportFrames(RQFrameReader& reader) {
     return false;
 }
 
+// All at once: an importer writing several of the inputs may be blocked on a full one
+// while another is read.
 void RFileExporter::drainInputs() {
-    for (int i = 0; i < mReaderCount; ++i) {
-        while (mReaders[i]->nextNode()) {
-        }
+    CInputPumps pumps(std::vector<RQFrameReader*>(mReaders, mReaders + mReaderCount));
+    CInputPumps::Arrival arrival;
+    while (pumps.next(arrival)) {
     }
 }
 

@@ -1,5 +1,5 @@
-// RFileExporter: the base of the exporters that write the frames of their first input
-// queue into one media file.
+// RFileExporter: the base of the exporters that write the frames of their one input queue
+// into one media file. Given several inputs, the run fails with kResultNoValidTracks.
 //
 // runloop() opens the stream (unless the host opened it), waits for the first frame, takes
 // the queue's description and hands it to begin(), which checks it and writes the file's
@@ -55,7 +55,7 @@ private:
     // Runs the steps; false when one failed (recorded in mRun).
     bool exportFrames(ZR::CM::RQFrameReader& reader);
     bool step(int result, const std::string& why);
-    // Reads every input to its end.
+    // Reads every input to its end, all at once.
     void drainInputs();
 };
 

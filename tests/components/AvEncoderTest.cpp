@@ -257,8 +257,9 @@ TEST(AvEncoderTest, RefusesInputItCannotEncode) {
 
 // A real transcode: an MP4 of H.264 and AAC goes through a decoder and an encoder per track
 // into a WebM of VP9 and Opus, every component on its own thread with small queues. Both
-// tracks come out whole, and start where they start in ffmpeg's own transcode of the file
-// with the same encoders (the encoder's delay written as the container keeps it).
+// tracks come out whole; the sound starts where it starts in ffmpeg's own transcode of the
+// file with the same encoders (the encoder's delay written as the container keeps it), and
+// the picture with it, at 0, where ffmpeg's muxer moves it late by that delay.
 TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
     cmtest::TempDir dir;
     const std::string input = dir.file("in.mp4");
@@ -298,7 +299,8 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
         SCOPED_TRACE(codecs[i]);
         EXPECT_EQ(ours[i]["codec_name"], codecs[i]);
         EXPECT_EQ(ours[i]["nb_read_frames"], theirs[i]["nb_read_frames"]);
-        EXPECT_NEAR(number(ours[i], "start_time"), number(theirs[i], "start_time"), 0.001);
+        EXPECT_NEAR(number(ours[i], "start_time"), i == 0 ? 0.0 : number(theirs[i], "start_time"),
+                    0.001);
     }
     const std::string duration = "ffprobe -v error -show_entries format=duration -of csv=p=0 ";
     EXPECT_NEAR(std::strtod(cmtest::runCommand(duration + output).output.c_str(), nullptr),

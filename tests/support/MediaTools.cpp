@@ -1,6 +1,7 @@
 #include "support/MediaTools.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -24,6 +25,20 @@ ToolRun runCommand(const std::string& command) {
     }
     const int status = pclose(pipe);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+ToolRun runCapturing(const std::string& command) {
+    char path[] = "/tmp/cm-errors-XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) {
+        return ToolRun();
+    }
+    close(fd);
+    ToolRun run = runCommand("{ " + command + "; } 2>" + path);
+    std::ifstream in(path);
+    run.errors.assign(std::istreambuf_iterator<char>(in), {});
+    unlink(path);
     return run;
 }
 

@@ -13,10 +13,13 @@ namespace cmtest {
 struct ToolRun {
     int status = -1;     // the exit status; -1 when the command could not run
     std::string output;  // what it wrote to standard output
+    std::string errors;  // what it wrote to standard error, where captured
 };
 
 // Runs a shell command line, capturing standard output (standard error is left alone).
 ToolRun runCommand(const std::string& command);
+// The same, capturing standard error too.
+ToolRun runCapturing(const std::string& command);
 // True when the program is found on PATH.
 bool haveTool(const std::string& name);
 // Quotes a path for the shell.

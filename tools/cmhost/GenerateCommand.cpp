@@ -11,6 +11,8 @@
 #include "Host.h"
 #include "Pipeline.h"
 
+#include <fcntl.h>
+
 #include <atomic>
 #include <cmath>
 #include <cstdio>
@@ -166,12 +168,16 @@ int runGenerate(const GlobalOptions& global, const Words& args) {
         throw line.error("generate makes a tone or a video, not " + what);
     }
     const Host host(global.config, global.verbose);
+    const std::string path = line.positional(1, "OUTPUT");
+    ZR::CM::RExporterInfo& exporter =
+        exporterTaking(host, path, {what == "tone" ? kLinearPCM : kPlanar420});
     Pipeline pipeline;
-    ZR::CM::RQueue* queue = pipeline.addQueue(what);
+    ZR::CM::RQueue* queue = pipeline.addQueue("", what);
     std::vector<ZR::CM::RQueue*> none, outputs{queue};
+    pipeline.addStage(what, source);
     source->init(none, outputs);
-    pipeline.addStage(what, source, queue);
-    addFileExporter(host, pipeline, line.positional(1, "OUTPUT"), queue);
+    addExporter(host, pipeline, exporter, host.openStream(path, O_RDWR | O_CREAT | O_TRUNC), {},
+                {queue});
     return runPipeline(pipeline, "generate");
 }
 

@@ -226,28 +226,51 @@ HostError Host::notFound(int code, const std::string& what) const {
                                std::string(mManager->getComponentDirectory().c_str()));
 }
 
-ZR::RPtr<ZR::CM::RImporterInfo> Host::importerFor(const std::string& media) const {
+unsigned int containerFourCC(const std::string& extension) {
+    if (extension.empty() || extension.size() > 4) {
+        return 0;
+    }
+    const std::string padded = (extension + "    ").substr(0, 4);
+    return ZR::fourccFromText(padded.c_str());
+}
+
+std::vector<ZR::CM::RImporterInfo*> Host::importersFor(const std::string& media) const {
     const std::string extension = extensionOf(media);
+    std::vector<ZR::CM::RImporterInfo*> found;
     for (const auto& info : mManager->getImporters()) {
         for (const ZR::RString& candidate : info->fileExtensions) {
             if (lowerCase(candidate.c_str()) == extension) {
-                return info;
+                found.push_back(info.addr());
+                break;
             }
         }
     }
-    throw notFound(ZR::CM::kResultNoImporter,
-                   "no importer for " + (extension.empty() ? media : "." + extension) + " files");
+    if (found.empty()) {
+        throw notFound(
+            ZR::CM::kResultNoImporter,
+            "no importer for " + (extension.empty() ? media : "." + extension) + " files");
+    }
+    return found;
 }
 
-ZR::RPtr<ZR::CM::RExporterInfo> Host::exporterFor(const std::string& path) const {
+std::vector<ZR::CM::RExporterInfo*> Host::exportersFor(const std::string& path) const {
     const std::string extension = extensionOf(path);
+    const unsigned int container = containerFourCC(extension);
+    std::vector<ZR::CM::RExporterInfo*> found;
     for (const auto& info : mManager->getExporters()) {
-        if (!extension.empty() && baseName(*info) == extension) {
-            return info;
+        for (const ZR::CM::ComponentFormatItem& item : info->formatMap.getItems()) {
+            if (container != 0 && item.outFormat == container) {
+                found.push_back(info.addr());
+                break;
+            }
         }
     }
-    throw notFound(ZR::CM::kResultNoExporter,
-                   "no exporter for " + (extension.empty() ? path : "." + extension) + " files");
+    if (found.empty()) {
+        throw notFound(
+            ZR::CM::kResultNoExporter,
+            "no exporter for " + (extension.empty() ? path : "." + extension) + " files");
+    }
+    return found;
 }
 
 namespace {
@@ -304,9 +327,14 @@ ZR::RPtr<ZR::CM::RComponent> Host::load(ZR::CM::RComponentInfo& info) const {
         throw HostError(ZR::CM::kResultComponentLoadFailed,
                         std::string(info.directoryName.c_str()) + " lists no object to load");
     }
+    return load(info, items.front().inFormat, items.front().outFormat);
+}
+
+ZR::RPtr<ZR::CM::RComponent> Host::load(ZR::CM::RComponentInfo& info, unsigned int in,
+                                        unsigned int out) const {
     ZR::CM::RComponent* raw = nullptr;
     try {
-        raw = mManager->loadComponent(&info, items.front().inFormat, items.front().outFormat);
+        raw = mManager->loadComponent(&info, in, out);
     } catch (const ZR::CException& e) {
         throw HostError(ZR::CM::kResultComponentLoadFailed, e.getMessage());
     }
@@ -319,17 +347,12 @@ ZR::RPtr<ZR::CM::RComponent> Host::load(ZR::CM::RComponentInfo& info) const {
     return component;
 }
 
-ZR::RPtr<ZR::CM::RStream> Host::stream(const std::string& media, unsigned int flags) const {
+ZR::RPtr<ZR::CM::RStream> Host::openStream(const std::string& media, unsigned int flags) const {
     ZR::RPtr<ZR::CM::RStream> stream =
         ZR::CM::RStream::getStream(ZR::RURI(media.c_str()), flags, 0);
     if (!stream) {
         throw HostError(ZR::CM::kResultFileOpenFailed, "no stream for " + media);
     }
-    return stream;
-}
-
-ZR::RPtr<ZR::CM::RStream> Host::openStream(const std::string& media, unsigned int flags) const {
-    ZR::RPtr<ZR::CM::RStream> stream = this->stream(media, flags);
     const int result = stream->open();
     if (result != 0) {
         throw HostError(result == -1 ? ZR::CM::kResultFileOpenFailed : result,

@@ -6,8 +6,9 @@
 // the log (standard error only with -v), and a failure becomes one line that names the file
 // that was missing or invalid, where it was looked for, and the one installed with the
 // program. The host then finds components the way a user names them — an importer by the
-// media's file extension (highest priority first), an exporter by the output's extension
-// ("wav" finds wav.exporter), a filter by its name ("gain" finds gain.filter) — loads them,
+// media's file extension (highest priority first), an exporter by the container the
+// output's extension names in its format map, a filter by its name ("gain" finds
+// gain.filter) — loads them,
 // and opens media through the stream factory (a path, a file:// URI or any URI a reader
 // plug-in serves).
 //
@@ -22,18 +23,23 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cmhost {
 
-// A failure with the library's result code; main prints the message and the code's text.
+// A failure with the library's result code; main prints the message, the code's text and
+// the detail (what a component said about it), if any, in one line.
 class HostError : public std::runtime_error {
 public:
-    HostError(int code, const std::string& message) : std::runtime_error(message), mCode(code) {}
+    HostError(int code, const std::string& message, std::string detail = "")
+        : std::runtime_error(message), mCode(code), mDetail(std::move(detail)) {}
     int code() const { return mCode; }
+    const std::string& detail() const { return mDetail; }
 
 private:
     int mCode;
+    std::string mDetail;
 };
 
 class Host {
@@ -48,8 +54,13 @@ public:
     // are; "" when it can be read.
     const std::string& componentDirectoryProblem() const { return mComponentDirectoryProblem; }
 
-    ZR::RPtr<ZR::CM::RImporterInfo> importerFor(const std::string& media) const;
-    ZR::RPtr<ZR::CM::RExporterInfo> exporterFor(const std::string& path) const;
+    // The importers that take the media's file extension, highest priority first; throws
+    // HostError when there is none.
+    std::vector<ZR::CM::RImporterInfo*> importersFor(const std::string& media) const;
+    // The exporters whose format map writes the container of the path's extension (the
+    // extension padded to four characters, "mp4 " or "webm", as out-format), in the
+    // manager's order; throws HostError when there is none.
+    std::vector<ZR::CM::RExporterInfo*> exportersFor(const std::string& path) const;
     // The component of a kind ("importer", "decoder", "filter", "converter", "encoder",
     // "exporter", "packetizer") whose directory, directory stem or name is `name`.
     ZR::RPtr<ZR::CM::RComponentInfo> componentNamed(const std::string& name,
@@ -57,12 +68,13 @@ public:
     // Every component the manager lists for a kind, in its order; empty for an unknown kind.
     std::vector<ZR::CM::RComponentInfo*> components(const std::string& kind) const;
 
-    // Loads the component's first object; the host holds the only reference.
+    // Loads the component's object for the format pair; the host holds the only reference.
+    ZR::RPtr<ZR::CM::RComponent> load(ZR::CM::RComponentInfo& info, unsigned int in,
+                                      unsigned int out) const;
+    // The same for the component's first format pair.
     ZR::RPtr<ZR::CM::RComponent> load(ZR::CM::RComponentInfo& info) const;
-    // A stream on the media, not yet opened (an importer opens its own in openSource());
-    // flags are open(2) flags.
-    ZR::RPtr<ZR::CM::RStream> stream(const std::string& media, unsigned int flags) const;
-    // The same, opened: for the output an exporter writes.
+    // A stream on the media, opened, so that no component has to find out whether it is
+    // (a stream of a reader plug-in says so on standard error); flags are open(2) flags.
     ZR::RPtr<ZR::CM::RStream> openStream(const std::string& media, unsigned int flags) const;
 
 private:
@@ -84,6 +96,9 @@ std::string whyUnreadable(const std::string& path);
 
 // The lower-case extension of a path or URI ("WAV" in "a/b.WAV" gives "wav"), or "".
 std::string extensionOf(const std::string& path);
+// The FourCC that names the container of a file extension in exporters' format maps: the
+// extension padded with spaces ("mp4 ", "webm"); 0 for none or one longer than four.
+unsigned int containerFourCC(const std::string& extension);
 
 }  // namespace cmhost
 

@@ -1,16 +1,15 @@
 // cmhost info MEDIA
 //
-// Opens the media through the stream factory, picks the importer by the file extension
-// (the highest priority first) and prints the movie it describes: its metadata and each
-// track. Track fields are read the way the sample importers fill them: mTrackValue the
+// Opens the media through the stream factory with the importers its file extension calls
+// for, highest priority first, until one reads it, and prints the movie it describes: its metadata
+// and each track. Track fields are read the way the sample importers fill them: mTrackValue the
 // data format, mTrackReal the rate, mTrackSize the count of sample frames or pictures, and
 // mKindValue1/2 the channels and bits of audio (0 bits: coded audio without a fixed sample
 // size) or the width and height of video.
+#include "Assembly.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Host.h"
-
-#include <fcntl.h>
 
 #include <cstdio>
 
@@ -58,26 +57,11 @@ int runInfo(const GlobalOptions& global, const Words& args) {
     line.expectPositionals({"MEDIA"});
     const std::string media = line.positional(0, "MEDIA");
     const Host host(global.config, global.verbose);
-    const auto info = host.importerFor(media);
-    const auto component = host.load(*info);
-    auto* importer = dynamic_cast<ZR::CM::RImporter*>(component.addr());
-    if (!importer) {
-        throw HostError(ZR::CM::kResultComponentLoadFailed,
-                        std::string(info->directoryName.c_str()) + " is not an importer");
+    const Input source = openInput(host, media);
+    std::printf("media: %s\nimporter: %s\n", media.c_str(), source.info->directoryName.c_str());
+    if (source.movie) {
+        printMovie(*source.movie);
     }
-    std::vector<ZR::CM::RQueue*> none;
-    importer->init(host.stream(media, O_RDONLY), none);
-    const int result = importer->openSource();
-    if (result != 0) {
-        component->reset();
-        throw HostError(result, "cannot read " + media);
-    }
-    const ZR::RPtr<ZR::CM::RMovieInfo> movie = importer->getMovieInfo();
-    std::printf("media: %s\nimporter: %s\n", media.c_str(), info->directoryName.c_str());
-    if (movie) {
-        printMovie(*movie);
-    }
-    component->reset();
     return 0;
 }
 

@@ -1,9 +1,11 @@
 #include "Pipeline.h"
 
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -33,6 +35,24 @@ std::string humanBytes(unsigned long long bytes) {
     return text;
 }
 
+// Columns of the terminal on standard error, 0 when unknown. A line longer than that
+// would wrap, and the block would no longer be redrawn in place.
+size_t terminalWidth() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+// Draws lines over the `drawn` lines drawn before; returns how many are drawn now.
+size_t drawProgress(const std::vector<std::string>& lines, size_t drawn) {
+    std::string text = drawn != 0 ? "\033[" + std::to_string(drawn) + "A\r" : "";
+    for (const std::string& line : lines) {
+        text += "\033[K" + line + "\n";
+    }
+    std::fputs(text.c_str(), stderr);
+    std::fflush(stderr);
+    return lines.size();
+}
+
 }  // namespace
 
 Pipeline::~Pipeline() {
@@ -42,14 +62,15 @@ Pipeline::~Pipeline() {
     }
 }
 
-ZR::CM::RQueue* Pipeline::addQueue(const std::string& name) {
-    mQueues.emplace_back(new ZR::CM::RQueue(mLow, mHigh, ZR::CString(name.c_str())));
-    return mQueues.back().addr();
+ZR::CM::RQueue* Pipeline::addQueue(const std::string& branch, const std::string& name) {
+    const std::string label = branch.empty() ? name : branch + " " + name;
+    mQueues.push_back(
+        Queue{branch, name, new ZR::CM::RQueue(mLow, mHigh, ZR::CString(label.c_str()))});
+    return mQueues.back().queue.addr();
 }
 
-void Pipeline::addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component,
-                        ZR::CM::RQueue* output) {
-    mStages.push_back(Stage{name, std::move(component), output});
+void Pipeline::addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component) {
+    mStages.push_back(Stage{name, std::move(component)});
 }
 
 int Pipeline::resultOf(ZR::CM::RComponent& component) {
@@ -66,15 +87,24 @@ bool Pipeline::anyFailed() const {
     return false;
 }
 
+bool Pipeline::anyRunning() const {
+    for (const Stage& stage : mStages) {
+        if (stage.component->getRunningThreadCount() != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // A stage that has failed no longer reads its input and never ends its output, so the
 // stages around it would wait on their queues for ever: once one has failed, the others
 // that still run are aborted.
 void Pipeline::waitForStages(bool showProgress) {
     const std::chrono::milliseconds poll(showProgress ? 200 : 20);
+    size_t drawn = 0;  // lines of the progress block on the terminal
     while (anyRunning()) {
         if (showProgress) {
-            std::fprintf(stderr, "\r\033[K%s", progressLine().c_str());
-            std::fflush(stderr);
+            drawn = drawProgress(progressLines(terminalWidth()), drawn);
         }
         if (anyFailed()) {
             for (Stage& stage : mStages) {
@@ -87,37 +117,37 @@ void Pipeline::waitForStages(bool showProgress) {
         }
         std::this_thread::sleep_for(poll);
     }
-    if (showProgress) {
-        std::fprintf(stderr, "\r\033[K");
+    if (drawn != 0) {
+        std::fprintf(stderr, "\033[%zuA\r\033[J", drawn);
+        std::fflush(stderr);
     }
 }
 
-bool Pipeline::anyRunning() const {
-    for (const Stage& stage : mStages) {
-        if (stage.component->getRunningThreadCount() != 0) {
-            return true;
+std::vector<std::string> Pipeline::progressLines(size_t width) const {
+    std::vector<std::string> branches;
+    std::vector<std::string> lines;
+    for (const Queue& entry : mQueues) {
+        const size_t index = static_cast<size_t>(
+            std::find(branches.begin(), branches.end(), entry.branch) - branches.begin());
+        if (index == branches.size()) {
+            branches.push_back(entry.branch);
+            lines.push_back(entry.branch.empty() ? "" : entry.branch + ": ");
+        } else {
+            lines[index] += " > ";
+        }
+        const ZR::CM::RQueue& queue = *entry.queue;
+        char text[160];
+        std::snprintf(text, sizeof text, "%s %llu fr %s [%d/%d]", entry.name.c_str(),
+                      static_cast<unsigned long long>(queue.getFramesPut()),
+                      humanBytes(queue.getBytesPut()).c_str(), queue.getNodeCount(), mHigh);
+        lines[index] += text;
+    }
+    for (std::string& line : lines) {
+        if (width != 0 && line.size() > width) {
+            line.resize(width);
         }
     }
-    return false;
-}
-
-std::string Pipeline::progressLine() const {
-    std::string line;
-    for (const Stage& stage : mStages) {
-        if (!line.empty()) {
-            line += " | ";
-        }
-        line += stage.name;
-        if (stage.output) {
-            char text[96];
-            std::snprintf(text, sizeof text, " %llu fr %s [%d/%d]",
-                          static_cast<unsigned long long>(stage.output->getFramesPut()),
-                          humanBytes(stage.output->getBytesPut()).c_str(),
-                          stage.output->getNodeCount(), mHigh);
-            line += text;
-        }
-    }
-    return line;
+    return lines;
 }
 
 int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStage) {
@@ -152,12 +182,16 @@ int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStag
 }
 
 void Pipeline::printReport(std::FILE* out) const {
+    int width = 16;
+    for (const Stage& stage : mStages) {
+        width = std::max(width, static_cast<int>(stage.name.size()));
+    }
     for (const Stage& stage : mStages) {
         const ZR::CM::RComponent& c = *stage.component;
         std::fprintf(
-            out, "%-16s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n", stage.name.c_str(),
-            ZR::RString(stage.component->getStatus()).c_str(), double(c.getWallTime()),
-            c.getUserTime(), c.getSystemTime(),
+            out, "%-*s %s  (wall %.3f s, user %.3f s, system %.3f s)%s\n", width,
+            stage.name.c_str(), ZR::RString(stage.component->getStatus()).c_str(),
+            double(c.getWallTime()), c.getUserTime(), c.getSystemTime(),
             stage.aborted ? " aborted"
             : stage.result
                 ? (std::string(" failed: ") + ZR::CM::stringWithResultCode(stage.result)).c_str()
@@ -165,6 +199,29 @@ void Pipeline::printReport(std::FILE* out) const {
     }
     std::fprintf(out, "run: wall %.3f s, user %.3f s, system %.3f s\n", mWallSeconds, mUserSeconds,
                  mSystemSeconds);
+}
+
+std::string Pipeline::failure() const {
+    const Stage* cause = nullptr;
+    for (const Stage& stage : mStages) {
+        if (stage.result != 0 && (!cause || (cause->aborted && !stage.aborted))) {
+            cause = &stage;
+        }
+    }
+    if (!cause) {
+        return "";
+    }
+    const std::string reason = statusReason(*cause->component, cause->result);
+    return reason.empty() ? "" : cause->name + ": " + reason;
+}
+
+std::string statusReason(ZR::CM::RComponent& component, int code) {
+    std::string info = component.getStatus().mInfo.c_str();
+    const std::string prefix = ZR::CM::stringWithResultCode(code) + std::string(": ");
+    if (info.compare(0, prefix.size(), prefix) == 0) {
+        info.erase(0, prefix.size());
+    }
+    return info;
 }
 
 }  // namespace cmhost

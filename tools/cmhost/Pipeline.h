@@ -1,14 +1,18 @@
-// A running chain of components: the stages in order, the queues between them, one thread
-// per stage.
+// A running graph of components: the stages, the queues between them, one thread per
+// stage. A stage may write several queues (an importer, one per track) and read several
+// (an exporter that muxes them); the host wires each component to its queues before it
+// adds it here, and the pipeline owns the queues and the stages from then on.
 //
-// run() starts the stages from the last to the first (so that every reader exists before
-// its writer produces), waits for all of them and reports: on a terminal a live progress
-// line (frames and bytes each stage has put out, the fill of each queue), at the end one
-// status line per stage with its thread's times and the run's wall, user and system times.
-// A stage fails the run when its status carries a result code in mExtra (where the
-// components record a failure) or its run function returns one other than 0. Once a stage
-// has failed, the stages still running are aborted, and the run reports the failure of
-// the stage that failed first.
+// run() starts the stages in the reverse order of adding them, waits for all of them and
+// reports: on a terminal a live progress block (one line per branch of queues, each queue
+// with the frames and bytes put into it and its fill), at the end one status line per
+// stage with its thread's times and the run's wall, user and system times. A stage fails
+// the run when its status carries a result code in mExtra (where the components record a
+// failure) or its run function returns one other than 0. Once a stage has failed, the
+// stages still running are aborted, and the run reports the failure of the stage that
+// failed first.
+//
+// Threads: everything here runs on the host's main thread; the stages run on their own.
 #ifndef CMHOST_PIPELINE_H
 #define CMHOST_PIPELINE_H
 
@@ -29,43 +33,55 @@ public:
     Pipeline(const Pipeline&) = delete;
     Pipeline& operator=(const Pipeline&) = delete;
 
-    ZR::CM::RQueue* addQueue(const std::string& name);
-    // Stages are given in pipeline order; `output` is the queue the stage writes (or null).
-    void addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component,
-                  ZR::CM::RQueue* output);
+    // A new queue, shown as `name` on the progress line of `branch` (queues of one branch
+    // in the order they were added).
+    ZR::CM::RQueue* addQueue(const std::string& branch, const std::string& name);
+    // A stage whose component is wired to its queues already.
+    void addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component);
 
     // Runs every stage to its end; returns 0 or the first failing stage's result code.
     // With beforeLastStage, the last stage starts only after that has returned (a sender
     // that must wait until its receiver knows the stream); a throw from it stops the run.
     int run(bool showProgress, const std::function<void()>& beforeLastStage = {});
     void printReport(std::FILE* out) const;
+    // After a failed run: "STAGE: DETAIL" of the stage whose failure caused it (the detail
+    // its status gave, without the result code's text), or "" when it gave none.
+    std::string failure() const;
 
 private:
     struct Stage {
         std::string name;
         ZR::RPtr<ZR::CM::RComponent> component;
-        ZR::CM::RQueue* output;
         int result = 0;
         bool aborted = false;  // stopped by the pipeline after another stage failed
+    };
+    struct Queue {
+        std::string branch;
+        std::string name;
+        ZR::RPtr<ZR::CM::RQueue> queue;
     };
 
     // The result code the component's status carries, else its run function's result.
     static int resultOf(ZR::CM::RComponent& component);
     bool anyFailed() const;
+    bool anyRunning() const;
     // Waits until every stage has ended, aborting the others once one has failed.
     void waitForStages(bool showProgress);
-
-    bool anyRunning() const;
-    std::string progressLine() const;
+    // One line per branch, each cut to `width` characters (0: uncut).
+    std::vector<std::string> progressLines(size_t width) const;
 
     int mLow;
     int mHigh;
-    std::vector<ZR::RPtr<ZR::CM::RQueue>> mQueues;
+    std::vector<Queue> mQueues;
     std::vector<Stage> mStages;
     double mWallSeconds = 0;
     double mUserSeconds = 0;
     double mSystemSeconds = 0;
 };
+
+// What a component's status says about its failure with code: the detail after the
+// result code's text, which the caller prints anyway; "" when it says nothing more.
+std::string statusReason(ZR::CM::RComponent& component, int code);
 
 }  // namespace cmhost
 

@@ -87,15 +87,18 @@ int runStream(const GlobalOptions& global, const Words& args) {
     const std::string sdpPath = line.value("--sdp");
 
     const Host host(global.config, global.verbose);
+    Input source = openInput(host, line.positional(0, "INPUT"));
     Pipeline pipeline;
-    ZR::CM::RQueue* audio = pipeline.addQueue("audio");
-    ZR::CM::RQueue* packets = pipeline.addQueue("rtp");
-    addImporter(host, pipeline, line.positional(0, "INPUT"), audio);
-    const auto packetizer =
-        addFilter(host, pipeline, "packetizer", "l16",
-                  {{"mtu", mtu}, {"port", std::to_string(to.port)}}, audio, packets);
+    ZR::CM::RQueue* audio = pipeline.addQueue("", "audio");
+    ZR::CM::RQueue* packets = pipeline.addQueue("", "rtp");
+    addImporter(host, pipeline, source, {audio});
+    const StageChoice l16{host.componentNamed("l16", "packetizer"),
+                          ZR::kAnyFourCC,
+                          ZR::kAnyFourCC,
+                          {{"mtu", mtu}, {"port", std::to_string(to.port)}}};
+    const auto packetizer = addStage(host, pipeline, "l16.packetizer", l16, audio, packets);
     addExporter(host, pipeline, *host.componentNamed("rtp", "exporter"), nullptr,
-                {{"host", to.host}, {"port", std::to_string(to.port)}}, packets);
+                {{"host", to.host}, {"port", std::to_string(to.port)}}, {packets});
 
     return runPipeline(pipeline, "stream to " + line.value("--rtp"), [&] {
         const auto rtp = awaitDescription(*packets, *packetizer);

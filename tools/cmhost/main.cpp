@@ -25,8 +25,9 @@ const char kUsage[] =
     "  components [--kind KIND] [--check]   list the installed components; --check loads\n"
     "                                       each and fails when one cannot load\n"
     "  info MEDIA                           show the movie and its tracks\n"
-    "  convert INPUT OUTPUT [--filter NAME[:key=value,...]]...\n"
-    "                                       import, filter and export\n"
+    "  convert INPUT OUTPUT [--video CODEC[:...]] [--audio CODEC[:...]]\n"
+    "          [--filter NAME[:key=value,...]]... [--no-video] [--no-audio]\n"
+    "                                       import, decode, filter, encode and export\n"
     "  generate tone|video OUTPUT [...]     write a test tone or test picture sequence\n"
     "  stream INPUT --rtp HOST:PORT [--sdp FILE]\n"
     "                                       send the audio of INPUT as RTP\n"
@@ -103,7 +104,9 @@ int main(int argc, char** argv) {
         }
         return 2;
     } catch (const cmhost::HostError& e) {
-        std::fprintf(stderr, "cmhost: %s: %s\n", e.what(), ZR::CM::stringWithResultCode(e.code()));
+        std::fprintf(stderr, "cmhost: %s: %s%s%s\n", e.what(),
+                     ZR::CM::stringWithResultCode(e.code()), e.detail().empty() ? "" : ": ",
+                     e.detail().c_str());
         return 1;
     } catch (const ZR::CException& e) {
         std::fprintf(stderr, "cmhost: %s\n", e.getMessage());
