@@ -1,14 +1,18 @@
 // Frames per second through the runtime with real threads: one writer thread feeding 1, 2
-// or 4 reader threads (and 8 at 4 KiB) through one queue (each reader receives its own copy
-// of every frame, as the design requires), with no limits and with high 64 / low 16, and a
-// three-stage pipeline of components (producer, pass-through filter, consumer). A plain
-// memcpy of the same bytes per frame and reader is the yardstick for what the runtime
-// itself costs, and a single-producer single-consumer ring passing the frames' pointers
-// without a lock the upper bound of a hand-off between two threads.
+// or 4 reader threads (and 8 at 4 KiB) through one queue, with no limits and with limits,
+// and a three-stage pipeline of components (producer, pass-through filter, consumer). A
+// limited queue holds at most 64 frames and at most 10 MiB, as GStreamer's queue holds at
+// most 200 buffers and 10 MiB by default: high 64 / low 16 up to 160 KiB frames, high 10 /
+// low 2 at 1 MiB. Readers read either way: their own copy of every frame (nextFrame()) or the
+// queued frame itself (nextSharedFrame()); the pass-through filter that reads shared frames
+// puts a copy, as a node lives in one queue only. A plain memcpy of the same bytes per
+// frame and reader is the yardstick for what the copies cost, and a single-producer
+// single-consumer ring passing the frames' pointers without a lock the upper bound of a
+// hand-off between two threads.
 //
 // `bench_pipeline --once fanout SIZE READERS FRAMES` and `--once pipeline SIZE FRAMES` run
-// one shape once, with limited queues and a fresh zero-filled frame made for every put,
-// and exit: a whole process to time beside other programs (bench/compare does).
+// one shape once, with limited queues, shared reads and a fresh zero-filled frame made for
+// every put, and exit: a whole process to time beside other programs (bench/compare does).
 // minflt/frame counts the minor page faults of the whole process per frame, a figure that
 // unlike the times does not depend on what else runs on the machine.
 #include <cm/CMComponent.h>
@@ -20,6 +24,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -45,6 +50,21 @@ unsigned int framesFor(unsigned int size) {
 // Frame i of a run, asked for on the writing thread.
 using FrameSource = std::function<RPtr<const RFrame>(unsigned int)>;
 
+// The limits of a queue of frames of `size` bytes (see the top of the file).
+struct Limits {
+    explicit Limits(unsigned int size)
+        : high(static_cast<int>(std::clamp(kQueueBytes / std::max(size, 1u), 4u, 64u))),
+          low(high / 4) {}
+    static constexpr unsigned int kQueueBytes = 10u << 20;
+    int high;
+    int low;
+};
+
+// The next frame of the reader, shared or its own copy.
+RPtr<const RFrame> readFrame(RQFrameReader& reader, bool shared) {
+    return shared ? reader.nextSharedFrame() : RPtr<const RFrame>(reader.nextFrame());
+}
+
 RPtr<const RFrame> zeroFrame(unsigned int size) {
     return RVideoFrame::createWithData(fourcc("raw "), size, nullptr, 0, ConstructionCopy);
 }
@@ -64,16 +84,19 @@ const std::vector<RPtr<const RFrame>>& framePool(unsigned int size) {
 }
 
 // One writer on the calling thread, each reader on a thread of its own.
-void fanOut(unsigned int frames, int readers, bool limited, const FrameSource& frame) {
-    RPtr<RQueue> queue(new RQueue(limited ? 16 : 0, limited ? 64 : 0, CString("bench")));
+// Without limits when `limits` is null.
+void fanOut(unsigned int frames, int readers, const Limits* limits, bool shared,
+            const FrameSource& frame) {
+    RPtr<RQueue> queue(
+        new RQueue(limits ? limits->low : 0, limits ? limits->high : 0, CString("bench")));
     std::vector<RPtr<RQFrameReader>> readerObjects;
     for (int r = 0; r < readers; ++r) {
         readerObjects.emplace_back(new RQFrameReader(queue.addr(), nullptr));
     }
     std::vector<std::thread> threads;
     for (const RPtr<RQFrameReader>& reader : readerObjects) {
-        threads.emplace_back([&reader] {
-            while (RPtr<RFrame> f = reader->nextFrame()) {
+        threads.emplace_back([&reader, shared] {
+            while (RPtr<const RFrame> f = readFrame(*reader, shared)) {
                 benchmark::DoNotOptimize(f.addr());
             }
         });
@@ -106,8 +129,10 @@ void BM_QueueFanOut(benchmark::State& state) {
     const unsigned int frames = framesFor(size);
     const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     const long faultsBefore = minorFaults();
+    const Limits limits(size);
     for (auto _ : state) {
-        fanOut(frames, readers, state.range(2) != 0, [&pool](unsigned int i) { return pool[i]; });
+        fanOut(frames, readers, state.range(2) != 0 ? &limits : nullptr, state.range(3) != 0,
+               [&pool](unsigned int i) { return pool[i]; });
     }
     countFaults(state, faultsBefore, frames);
     state.SetItemsProcessed(state.iterations() * frames);
@@ -118,12 +143,16 @@ void fanOutArgs(benchmark::internal::Benchmark* bench) {
     for (const int size : {188, 4 << 10, 1 << 20}) {
         for (const int readers : {1, 2, 4}) {
             for (const int limited : {0, 1}) {
-                bench->Args({size, readers, limited});
+                for (const int shared : {0, 1}) {
+                    bench->Args({size, readers, limited, shared});
+                }
             }
         }
     }
-    bench->Args({4 << 10, 8, 1});  // the last step of the growth with readers
-    bench->ArgNames({"size", "readers", "limited"})->UseRealTime()->Unit(benchmark::kMillisecond);
+    bench->Args({4 << 10, 8, 1, 0});  // the last step of the growth with readers
+    bench->ArgNames({"size", "readers", "limited", "shared"})
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
 }
 BENCHMARK(BM_QueueFanOut)->Apply(fanOutArgs);
 
@@ -247,30 +276,44 @@ private:
     const FrameSource mFrame;
 };
 
+// Puts every frame it reads: its own copy, or a copy of the shared frame.
 class Pass : public CMMultipleQueueComponent {
 public:
+    explicit Pass(bool shared) : mShared(shared) {}
     unsigned int type() const override { return fourcc("fltr"); }
     void process() override {
-        if (RPtr<RFrame> frame = getReader(0)->nextFrame()) {
+        if (mShared) {
+            if (RPtr<const RFrame> frame = getReader(0)->nextSharedFrame()) {
+                getWriter(0)->put(frame->copy());
+            }
+        } else if (RPtr<RFrame> frame = getReader(0)->nextFrame()) {
             getWriter(0)->put(frame);
         }
     }
     void flush() override {}
+
+private:
+    const bool mShared;
 };
 
 class Sink : public CMMultipleQueueComponent {
 public:
+    explicit Sink(bool shared) : mShared(shared) {}
     unsigned int type() const override { return fourcc("expt"); }
-    void process() override { benchmark::DoNotOptimize(getReader(0)->nextFrame().addr()); }
+    void process() override { benchmark::DoNotOptimize(readFrame(*getReader(0), mShared).addr()); }
     void flush() override {}
+
+private:
+    const bool mShared;
 };
 
-// Producer -> filter -> consumer on three component threads, queues limited to 64/16.
-void threeStages(unsigned int frames, const FrameSource& frame) {
-    RPtr<RQueue> first(new RQueue(16, 64, CString("1"))), second(new RQueue(16, 64, CString("2")));
+// Producer -> filter -> consumer on three component threads, both queues limited.
+void threeStages(unsigned int frames, const Limits& limits, bool shared, const FrameSource& frame) {
+    RPtr<RQueue> first(new RQueue(limits.low, limits.high, CString("1")));
+    RPtr<RQueue> second(new RQueue(limits.low, limits.high, CString("2")));
     RPtr<Producer> producer(new Producer(frames, frame));
-    RPtr<Pass> filter(new Pass);
-    RPtr<Sink> sink(new Sink);
+    RPtr<Pass> filter(new Pass(shared));
+    RPtr<Sink> sink(new Sink(shared));
     std::vector<RQueue*> none, one{first.addr()}, two{second.addr()};
     producer->init(none, one);
     filter->init(one, two);
@@ -291,13 +334,19 @@ void BM_ThreeStagePipeline(benchmark::State& state) {
     const unsigned int frames = framesFor(size);
     const std::vector<RPtr<const RFrame>>& pool = framePool(size);
     const long faultsBefore = minorFaults();
+    const Limits limits(size);
     for (auto _ : state) {
-        threeStages(frames, [&pool](unsigned int i) { return pool[i]; });
+        threeStages(frames, limits, state.range(1) != 0,
+                    [&pool](unsigned int i) { return pool[i]; });
     }
     countFaults(state, faultsBefore, frames);
     state.SetItemsProcessed(state.iterations() * frames);
 }
-BENCHMARK(BM_ThreeStagePipeline)->Apply(threadedSizeArgs);
+BENCHMARK(BM_ThreeStagePipeline)
+    ->ArgsProduct({{188, 4 << 10, 1 << 20}, {0, 1}})
+    ->ArgNames({"size", "shared"})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 // The --once mode; false for a command line it does not know.
 bool runOnce(int argc, char** argv) {
@@ -310,10 +359,11 @@ bool runOnce(int argc, char** argv) {
     }
     const unsigned int size = number(3);
     const FrameSource fresh = [size](unsigned int) { return zeroFrame(size); };
+    const Limits limits(size);
     if (fanout) {
-        fanOut(number(5), static_cast<int>(number(4)), true, fresh);
+        fanOut(number(5), static_cast<int>(number(4)), &limits, true, fresh);
     } else {
-        threeStages(number(4), fresh);
+        threeStages(number(4), limits, true, fresh);
     }
     return true;
 }

@@ -63,7 +63,7 @@ void RAvCodecStage::process() {
         }
         return;
     }
-    const RPtr<RFrame> frame = mReaders[0]->nextFrame();
+    const RPtr<const RFrame> frame = mReaders[0]->nextSharedFrame();
     if (!frame || mRun.failed() || (!mStarted && !start())) {
         return;  // the end, or dropped after a failure
     }

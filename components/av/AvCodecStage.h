@@ -2,7 +2,8 @@
 // frames of one input queue into frames of another form on one output queue, any number
 // out for each one in.
 //
-// The run loop of CMMultipleQueueComponent drives it. process() takes the next frame;
+// The run loop of CMMultipleQueueComponent drives it. process() takes the next frame (the
+// queued frame itself, read with nextSharedFrame(): the codecs copy what they keep);
 // before the first one (or at the end, for an input without frames) the input queue's
 // description goes to open(), which sets up the codec and may publish the output's
 // description. Each frame then goes to code(), which puts what it makes on the output

@@ -12,7 +12,6 @@ using ZR::CM::CComponentStatus;
 using ZR::CM::RDescription;
 using ZR::CM::RFrame;
 using ZR::CM::RQFrameReader;
-using ZR::CM::RQNode;
 
 namespace cmcomponents {
 
@@ -53,24 +52,23 @@ bool RFileExporter::exportFrames(RQFrameReader& reader) {
     std::string why;
     // A writer publishes its description before its first frame, so once a frame or the
     // end has arrived, the description is there or never comes.
-    const RQNode* node = reader.nextNode();
+    RPtr<const RFrame> frame = reader.nextSharedFrame();
     const RPtr<const ZR::CM::RQDescription> queued = reader.getQueue()->getDescription();
     const auto* description = static_cast<const RDescription*>(queued.addr());
     if (!description) {
-        return step(ZR::CM::kResultNoValidTracks, node ? "frames came without a description"
-                                                       : "the input ended without a description");
+        return step(ZR::CM::kResultNoValidTracks, frame ? "frames came without a description"
+                                                        : "the input ended without a description");
     }
     if (!step(begin(*description, why), why)) {
         return false;
     }
-    for (; node; node = reader.nextNode()) {
-        const auto* frame = static_cast<const RFrame*>(node);
+    for (; frame; frame = reader.nextSharedFrame()) {
         if (!step(writeFrame(*frame, why), why)) {
             break;
         }
         mRun.addFrame(frame->getSize());
     }
-    if (!node && step(finish(why), why)) {
+    if (!frame && step(finish(why), why)) {
         return true;
     }
     salvage();

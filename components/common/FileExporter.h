@@ -12,8 +12,8 @@
 // When writing a frame or completing the file fails (a full disk, say), salvage() gets the
 // chance to leave what was written usable before the stream is closed.
 //
-// Frames are read with nextNode(): an exporter only reads them, so it needs no copy of
-// its own. Once a step fails, the remaining frames of every input are read and dropped, so
+// Frames are read with nextSharedFrame(): an exporter only reads them, so it needs no copy
+// of its own. Once a step fails, the remaining frames of every input are read and dropped, so
 // that no writer upstream waits on a full queue. getStatus() reports the phase, the frames
 // and bytes written and, in mExtra and mInfo, the result code of a failed run.
 //

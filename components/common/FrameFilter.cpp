@@ -9,7 +9,6 @@ using ZR::CM::CComponentStatus;
 using ZR::CM::RComponentConfiguration;
 using ZR::CM::RDescription;
 using ZR::CM::RFrame;
-using ZR::CM::RQNode;
 
 namespace cmcomponents {
 
@@ -37,8 +36,9 @@ void RFrameFilter::process() {
         }
         return;
     }
-    const RQNode* node = mReaders[0]->nextNode();
-    if (!node) {
+    // A filter makes a new frame of every frame it reads, so it reads the queued one.
+    const RPtr<const RFrame> frame = mReaders[0]->nextSharedFrame();
+    if (!frame) {
         return;
     }
     if (!mDescribed && !passQueuedDescription()) {
@@ -47,10 +47,9 @@ void RFrameFilter::process() {
     if (mRun.failed()) {
         return;  // dropped
     }
-    const auto& frame = *static_cast<const RFrame*>(node);
     int result = ZR::CM::kResultOK;
     std::string why;
-    const RPtr<const RFrame> out(transform(frame, result, why));
+    const RPtr<const RFrame> out(transform(*frame, result, why));
     if (!out) {
         mRun.fail(result, why);
         return;

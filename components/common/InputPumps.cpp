@@ -37,7 +37,7 @@ void CInputPumps::pump(std::size_t input, RQFrameReader* reader) {
         for (;;) {
             Arrival arrival;
             arrival.input = input;
-            arrival.frame = reader->nextFrame();
+            arrival.frame = reader->nextSharedFrame();
             arrival.first = first;
             if (first) {
                 arrival.description =

@@ -9,7 +9,8 @@
 // Only a bounded number of arrivals wait for the consumer, so a slow consumer still holds
 // the inputs back.
 //
-// Each pump reads its queue to the end and hands on every frame (its reader's copy), then
+// Each pump reads its queue to the end and hands on every frame (the queued frame itself,
+// read with nextSharedFrame(): the consumer only reads it), then
 // an arrival without a frame for the end; with the first arrival of each input comes its
 // queue's description (null when the writer set none), which is there once a frame or the
 // end has arrived. An abort of the component wakes the pumps in their queue waits and

@@ -9,7 +9,6 @@ using ZR::RPtr;
 using ZR::CM::CComponentStatus;
 using ZR::CM::RDescription;
 using ZR::CM::RFrame;
-using ZR::CM::RQNode;
 using ZR::CM::RRTPDescription;
 using ZR::CM::RRTPFrame;
 using ZR::CM::RRTPPacket;
@@ -114,11 +113,11 @@ int RCodedPacketizer::packetize() {
     ZR::CM::RQFrameReader* reader = getReader(0);
     // A writer publishes its description before its first frame, so once a frame or the
     // end has arrived, the description is there or never comes.
-    const RQNode* node = reader->nextNode();
+    RPtr<const RFrame> frame = reader->nextSharedFrame();
     const RPtr<const ZR::CM::RQDescription> queued = reader->getQueue()->getDescription();
     const auto* media = dynamic_cast<const RDescription*>(queued.addr());
     if (!media) {
-        return node ? fail(ZR::CM::kResultNoValidTracks, "frames came without a description") : 0;
+        return frame ? fail(ZR::CM::kResultNoValidTracks, "frames came without a description") : 0;
     }
     CodedFormat format;
     if (!format.setFromDescription(*media) || format.codec != mCodec) {
@@ -128,21 +127,19 @@ int RCodedPacketizer::packetize() {
     }
     const RPtr<RRTPDescription> description = newDescription(media);
     std::string why;
-    const auto* first = static_cast<const RFrame*>(node);
-    int result = describe(format, first, *description, why);
+    int result = describe(format, frame.addr(), *description, why);
     if (result != 0) {
         return fail(result, why);
     }
     publish(description);
-    for (; node; node = reader->nextNode()) {
-        const auto& frame = *static_cast<const RFrame*>(node);
+    for (; frame; frame = reader->nextSharedFrame()) {
         mLayout.clear();
-        result = layOut(frame, mLayout, why);
+        result = layOut(*frame, mLayout, why);
         if (result != 0) {
-            return fail(result, "frame " + std::to_string(frame.getFrameNumber()) + ": " + why);
+            return fail(result, "frame " + std::to_string(frame->getFrameNumber()) + ": " + why);
         }
         if (!mLayout.empty()) {
-            emit(frame, frame.getStartTime(), frame.getAuxTime(), mLayout);
+            emit(*frame, frame->getStartTime(), frame->getAuxTime(), mLayout);
         }
     }
     return 0;

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using ZR::RPtr;
@@ -88,15 +89,15 @@ void RRTPExporter::sendStream(int input) {
     try {
         // A writer publishes its description before its first frame, so once a frame or
         // the end has arrived, the description is there or never comes.
-        const bool empty = reader->nextNode() == nullptr;
+        const RPtr<const ZR::CM::RFrame> first = reader->nextSharedFrame();
         const RPtr<const ZR::CM::RQDescription> queued = reader->getQueue()->getDescription();
         const auto* description = dynamic_cast<const RRTPDescription*>(queued.addr());
-        if (!description && !empty) {
+        if (!description && first) {
             mRun.fail(ZR::CM::kResultNoValidTracks,
                       "input " + std::to_string(input + 1) + " carries no RTP stream");
         }
-        if (description && !empty) {
-            sendFrames(input, *description);
+        if (description && first) {
+            sendFrames(input, *description, first);
         }
         while (reader->nextNode()) {
         }
@@ -105,8 +106,10 @@ void RRTPExporter::sendStream(int input) {
     }
 }
 
-// Sends from the frame sendStream() has read on, until the input ends or the run fails.
-void RRTPExporter::sendFrames(int input, const RRTPDescription& description) {
+// Sends from first, the frame sendStream() has read, on until the input ends or the run
+// fails.
+void RRTPExporter::sendFrames(int input, const RRTPDescription& description,
+                              RPtr<const ZR::CM::RFrame> first) {
     ZR::CM::RQFrameReader* reader = getReader(input);
     const int port = mPort + 2 * input;
     const std::string destination = mHost + ":" + std::to_string(port);
@@ -130,9 +133,9 @@ void RRTPExporter::sendFrames(int input, const RRTPDescription& description) {
     SenderReport report;
     report.ssrc = description.mSSRC;
     double nextReport = -HUGE_VAL;
-    for (const ZR::CM::RQNode* node = reader->getCurrent(); node && !mRun.failed();
-         node = reader->nextNode()) {
-        const auto* frame = dynamic_cast<const RRTPFrame*>(node);
+    for (RPtr<const ZR::CM::RFrame> next = std::move(first); next && !mRun.failed();
+         next = reader->nextSharedFrame()) {
+        const auto* frame = dynamic_cast<const RRTPFrame*>(next.addr());
         if (!frame) {
             continue;
         }

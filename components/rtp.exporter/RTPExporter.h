@@ -54,7 +54,8 @@ private:
 
     // Sends input i until it ends (reading and dropping it once the run has failed).
     void sendStream(int input);
-    void sendFrames(int input, const ZR::CM::RRTPDescription& description);
+    void sendFrames(int input, const ZR::CM::RRTPDescription& description,
+                    ZR::RPtr<const ZR::CM::RFrame> first);
     // When a frame of the given time is due; the first call of the run starts the clock.
     Clock::time_point dueTime(double time);
     // Wall-clock seconds since 1970 of a time of the streams.

@@ -3,8 +3,7 @@
 // The file is opened by open() with the caller's open(2) flags. A stream asked to map
 // (bit 0 of mode) and not asked to create (no O_CREAT) reads from a shared read-only
 // mapping of the whole file and seeks inside it; its writes still go through the
-// descriptor; it maps the file's pages in ahead of the reads, a window at a time.
-// Otherwise every operation is one system call. Construction never touches the
+// descriptor. Otherwise every operation is one system call. Construction never touches the
 // file system; the destructor closes a stream that is still open.
 //
 // One thread at a time.
@@ -69,13 +68,6 @@ private:
     // (a symbolic link longer than its target) give zeros instead of touching pages past
     // the end of the file.
     long long mMappedBytes;
-    // The mapped bytes before this offset have had their pages mapped in ahead of the
-    // reads (see prefault()).
-    long long mPrefaulted;
-
-    // Maps in the pages a read up to `end` needs, and a window beyond, with one system
-    // call rather than a page fault for every few pages copied.
-    void prefault(long long end) noexcept;
 };
 
 }  // namespace CM

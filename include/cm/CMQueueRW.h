@@ -7,10 +7,12 @@
 // component's pending notifications. A paused component's thread goes back to waiting; an
 // aborted one leaves the wait by throwing CThreadAbort, which ends its run.
 //
-// Each reader sees every frame: nextFrame() hands it its own copy, while nextNode() hands
-// out the shared node itself. Readers and writers retain their queue and their component
-// for their whole life and register the condition they wait on in the component's wake
-// set, so that a notification posted to the component wakes them.
+// Each reader sees every frame, in one of three ways: nextFrame() hands it its own copy;
+// nextSharedFrame() hands it the queue's own frame, with a reference of its own and no
+// copy; nextNode() hands out the shared node without a reference, valid only until the
+// reader steps on. Readers and writers retain their queue and their component for their
+// whole life and register the condition they wait on in the component's wake set, so that
+// a notification posted to the component wakes them.
 //
 // RQSampleWriter cuts runs of audio samples of any length into frames of a fixed number of
 // samples; RQSampleReader hands out runs of any length from consecutive frames;
@@ -51,6 +53,9 @@ protected:
     // Handles pending notifications; false while the component is paused, CThreadAbort
     // once it is aborted. Queue mutex held.
     bool mayProceedLocked();
+    // Whether signalHighLimit() or signalLowLimit() would broadcast now. Queue mutex held.
+    bool readersToWakeLocked() const noexcept;
+    bool writersToWakeLocked() const noexcept;
     void registerWakeCondition(CCondition& condition);
     void unregisterWakeCondition(CCondition& condition) noexcept;
 
@@ -88,6 +93,27 @@ public:
     // This reader's own copy of the next frame, or null at the end.
     RPtr<RFrame> nextFrame();
     RPtr<RFrame> firstFrame() { return nextFrame(); }
+    // The next frame itself, shared with the queue and with the other readers, or null at
+    // the end. It waits, keeps the limits, handles notifications, ends and follows a
+    // "rstr" exactly as nextFrame() does, and skips only the copy: no allocation, no bytes
+    // moved, one more reference.
+    //
+    // It is the read for a component that only reads its input: an exporter or encoder
+    // writing frames out, a packetizer, a filter that builds a new frame from the one it
+    // read. Such a component
+    //  - never writes into the frame, its bytes or its parameters: the writer and every
+    //    other reader see the same object (do not cast the const away);
+    //  - never puts the frame itself into a queue, this one or another (a node lives in
+    //    one list only): it puts a copy() or a frame of its own;
+    //  - may keep the reference as long as it likes: after reading on, after a "rstr" has
+    //    emptied the queue, after the queue is gone. The frame lives while anyone holds it.
+    // A component that changes frames in place reads with nextFrame().
+    //
+    // What it costs the writer: nothing per frame, but a frame and its block now live until
+    // the last holder lets go, not just until every reader has stepped past it; frames a
+    // reader keeps hold memory the queue's limits no longer count. The holder that lets go
+    // last frees the frame, on its own thread.
+    RPtr<const RFrame> nextSharedFrame();
     // Waits until the queue has a description. A queue whose writer never sets one keeps
     // the reader waiting until its component is aborted.
     const RDescription* getDescriptionP();
@@ -102,9 +128,9 @@ public:
     RQNode* getCurrent() const noexcept { return mCurrent; }
 
 private:
-    // The blocking step behind nextNode() and nextFrame(); with hold, the node is also
-    // retained before the queue mutex is released.
-    RQNode* step(RPtr<const RQNode>* hold);
+    // The blocking step behind the three reads; with hold, the frame is also retained
+    // before the queue mutex is released.
+    RQNode* step(RPtr<const RFrame>* hold);
     // A clear() of the queue releases the node this reader held, if any: it then starts
     // again at the head.
     void forgetClearedPositionLocked() noexcept;

@@ -123,11 +123,6 @@ public:
 
 protected:
     RRTPPacket() = default;
-
-private:
-    // Writes the packet into `buffer` of `capacity` bytes; the packed length.
-    unsigned int packInto(const RRTPDescription* description, const RRTPFrame* frame,
-                          unsigned char* buffer, unsigned int capacity) const;
 };
 
 // A media frame's copy with the packets that carry it, in sending order.

@@ -24,8 +24,6 @@ namespace {
 constexpr const char* kSource = "lib/cm/CMFileStream";
 // The line reported by the failure of getTempStream(); callers match on it.
 constexpr int kTempStreamFailureLine = 210;
-// How far ahead of a mapped read the pages are mapped in.
-constexpr long long kPrefaultWindow = 1 << 20;
 
 // The type bits of a symbolic link. Open failures with EACCES test the mode against them
 // by AND, not by comparing the type, so regular files (0x8000) and sockets (0xC000) go on
@@ -69,8 +67,7 @@ RFileStream::RFileStream(const RURI& uri, unsigned int flags, unsigned char mode
       mFileSize(0),
       mPosition(0),
       mMapLength(0),
-      mMappedBytes(0),
-      mPrefaulted(0) {}
+      mMappedBytes(0) {}
 
 RFileStream::~RFileStream() {
     if (mFd != -1) {
@@ -126,7 +123,6 @@ int RFileStream::open() {
     }
     mMapAddress = static_cast<unsigned char*>(address);
     mMappedBytes = std::min<long long>(opened.st_size, mMapLength);
-    mPrefaulted = 0;
     return kResultOK;
 }
 
@@ -154,7 +150,6 @@ long long RFileStream::read(unsigned char* buffer, long long length) {
     const long long count = std::min(length, std::max(mFileSize - mPosition, 0LL));
     const long long backed = std::clamp(mMappedBytes - mPosition, 0LL, count);
     if (backed > 0) {
-        prefault(mPosition + backed);
         std::memcpy(buffer, mMapAddress + mPosition, static_cast<size_t>(backed));
     }
     if (count > backed) {
@@ -162,19 +157,6 @@ long long RFileStream::read(unsigned char* buffer, long long length) {
     }
     mPosition += count;
     return count;
-}
-
-void RFileStream::prefault(long long end) noexcept {
-    if (end <= mPrefaulted) {
-        return;
-    }
-    const long long page = getpagesize();
-    const long long from = std::max(mPrefaulted, mPosition) / page * page;
-    const long long to = std::min(end + kPrefaultWindow, mMappedBytes);
-    // Best effort: a kernel without MADV_POPULATE_READ, or a file cut short since it was
-    // mapped, leaves the pages to be faulted in by the copy as before.
-    ::madvise(mMapAddress + from, static_cast<size_t>(to - from), MADV_POPULATE_READ);
-    mPrefaulted = to;
 }
 
 long long RFileStream::write(unsigned char* buffer, long long length) {

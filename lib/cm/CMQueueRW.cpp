@@ -42,6 +42,27 @@ private:
     CMutex& mMutex;
 };
 
+// A broadcast held back until the queue mutex is released: declared before the lock
+// guard, it goes out after the unlock. The threads it wakes then find the mutex free,
+// where woken under it they would go back to sleep on it at once and need a second
+// wake-up. They were counted as waiting under the mutex, so they are inside the condition
+// wait already and cannot miss it.
+class DeferredBroadcast {
+public:
+    DeferredBroadcast() = default;
+    DeferredBroadcast(const DeferredBroadcast&) = delete;
+    DeferredBroadcast& operator=(const DeferredBroadcast&) = delete;
+    ~DeferredBroadcast() {
+        if (mCondition) {
+            mCondition->broadcast();
+        }
+    }
+    void arm(CCondition& condition) noexcept { mCondition = &condition; }
+
+private:
+    CCondition* mCondition = nullptr;
+};
+
 }  // namespace
 
 // RQueueRW
@@ -85,18 +106,26 @@ bool RQueueRW::mayProceedLocked() {
     return !mComponent->isPaused();
 }
 
-void RQueueRW::signalHighLimit() noexcept {
-    RQueue& q = *mQueue;
-    if ((q.mHighLimit == 0 || q.mNodeCount >= q.mHighLimit) && q.mReadersWaiting > 0) {
-        q.mDataCondition.broadcast();
-    }
+bool RQueueRW::readersToWakeLocked() const noexcept {
+    const RQueue& q = *mQueue;
+    return (q.mHighLimit == 0 || q.mNodeCount >= q.mHighLimit) && q.mReadersWaiting > 0;
 }
 
 // "No limits" is decided by the high limit here too: a low limit alone has no effect.
+bool RQueueRW::writersToWakeLocked() const noexcept {
+    const RQueue& q = *mQueue;
+    return (q.mHighLimit == 0 || q.mNodeCount <= q.mLowLimit) && q.mWritersWaiting > 0;
+}
+
+void RQueueRW::signalHighLimit() noexcept {
+    if (readersToWakeLocked()) {
+        mQueue->mDataCondition.broadcast();
+    }
+}
+
 void RQueueRW::signalLowLimit() noexcept {
-    RQueue& q = *mQueue;
-    if ((q.mHighLimit == 0 || q.mNodeCount <= q.mLowLimit) && q.mWritersWaiting > 0) {
-        q.mRoomCondition.broadcast();
+    if (writersToWakeLocked()) {
+        mQueue->mRoomCondition.broadcast();
     }
 }
 
@@ -124,13 +153,16 @@ RQFrameWriter::~RQFrameWriter() {
 
 void RQFrameWriter::putP(const RFrame* frame) {
     RQueue& q = *mQueue;
+    DeferredBroadcast wake;
     std::lock_guard<CMutex> lock(q.mMutex);
     while (!mayProceedLocked() || (q.mHighLimit != 0 && q.mNodeCount >= q.mHighLimit)) {
         waitOn(q.mRoomCondition, q.mWritersWaiting, q.mMutex);
     }
     // The queue shares the frame with its readers; nobody writes to it any more.
     q.put(const_cast<RFrame*>(frame));
-    signalHighLimit();
+    if (readersToWakeLocked()) {
+        wake.arm(q.mDataCondition);
+    }
 }
 
 void RQFrameWriter::end() {
@@ -196,25 +228,36 @@ RQNode* RQFrameReader::nextNode() {
 }
 
 RPtr<RFrame> RQFrameReader::nextFrame() {
-    // The node is held while it is copied outside the lock: a clear() of the queue by
+    // The frame is held while it is copied outside the lock: a clear() of the queue by
     // another component may drop the queue's own reference meanwhile.
-    RPtr<const RQNode> held;
+    RPtr<const RFrame> held;
     step(&held);
     if (!held) {
         return RPtr<RFrame>();
     }
-    // Nodes in a queue are always frames; each reader gets a copy of its own.
-    return static_cast<const RFrame*>(held.addr())->copy();
+    return held->copy();
 }
 
-RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
+RPtr<const RFrame> RQFrameReader::nextSharedFrame() {
+    RPtr<const RFrame> held;
+    step(&held);
+    return held;
+}
+
+RQNode* RQFrameReader::step(RPtr<const RFrame>* hold) {
     RQueue& q = *mQueue;
+    // The node this reader leaves behind is held until the mutex is released: when the
+    // queue drops it and no one else holds it, the frame is destroyed after the unlock
+    // rather than inside the lock, where its destruction would hold up the writer.
+    RPtr<const RQNode> left;
+    DeferredBroadcast wake;
     std::lock_guard<CMutex> lock(q.mMutex);
     for (;;) {
         const bool mayProceed = mayProceedLocked();
         forgetClearedPositionLocked();
         if (mayProceed) {
             if (mCurrent && mCurrent->getNext()) {
+                left = mCurrent;
                 mCurrent = q.nextNode(mCurrent);
                 break;
             }
@@ -225,6 +268,7 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
             if (q.getEndOfQueue()) {
                 // Past the last node: mark it read and hand out null.
                 mPastEnd = mPastEnd || mCurrent;
+                left = mCurrent;
                 mCurrent = mCurrent ? q.nextNode(mCurrent) : q.firstNode();
                 break;
             }
@@ -237,9 +281,12 @@ RQNode* RQFrameReader::step(RPtr<const RQNode>* hold) {
                           std::memory_order_relaxed);
     }
     if (hold) {
-        *hold = mCurrent;
+        // Nodes in a queue are always frames.
+        *hold = static_cast<const RFrame*>(mCurrent);
     }
-    signalLowLimit();
+    if (writersToWakeLocked()) {
+        wake.arm(q.mRoomCondition);
+    }
     return mCurrent;
 }
 

@@ -74,10 +74,47 @@ void putBigEndian32(unsigned char* out, std::uint32_t value) {
     out[3] = static_cast<unsigned char>(value);
 }
 
-void requireInputs(const RRTPDescription* description, const RRTPFrame* frame) {
-    if (!description || !frame) {
-        ZR_THROW(kFile, kMissingInput);
+[[noreturn]] void throwMissingInput() {
+    ZR_THROW(kFile, kMissingInput);
+}
+
+inline void requireInputs(const RRTPDescription* description, const RRTPFrame* frame,
+                          bool hasBuffer = true) {
+    if (!description || !frame || !hasBuffer) {
+        throwMissingInput();
     }
+}
+
+// The header bytes, once the inputs have been checked.
+inline void writeHeader(const RRTPPacket& packet, const RRTPDescription& description,
+                        const RRTPFrame& frame, unsigned char* buffer) noexcept {
+    buffer[0] = static_cast<unsigned char>(description.mVersion << 6 | (packet.mPadding & 1) << 5 |
+                                           (packet.mExtension & 1) << 4);
+    buffer[1] =
+        static_cast<unsigned char>((packet.mMarker & 1) << 7 | (description.mPayloadType & 127));
+    putBigEndian16(buffer + 2, packet.mSequenceNumber);
+    const std::uint32_t clockRate =
+        description.mClockRate != 0 ? description.mClockRate : kDefaultClockRate;
+    putBigEndian32(buffer + 4, rtpTimestamp(clockRate, frame.getStartTime()));
+    putBigEndian32(buffer + 8, description.mSSRC);
+}
+
+// Writes the packet into `buffer` of `capacity` bytes; the packed length. Packing runs per
+// packet beside a copy of a packet's bytes, so it stays in one function without virtual or
+// exported calls.
+inline unsigned int packInto(const RRTPPacket& packet, const RRTPDescription* description,
+                             const RRTPFrame* frame, unsigned char* buffer, unsigned int capacity) {
+    requireInputs(description, frame, buffer != nullptr);
+    writeHeader(packet, *description, *frame, buffer);
+    // The slice is trusted no further than the frame's data and the buffer reach.
+    const unsigned int frameSize = frame->RFrame::getSize();
+    const unsigned int offset = packet.mOffset;
+    unsigned int payload = offset < frameSize ? std::min(packet.mLength, frameSize - offset) : 0;
+    payload = std::min(payload, capacity - RRTPPacket::kHeaderSize);
+    if (payload > 0) {
+        std::memcpy(buffer + RRTPPacket::kHeaderSize, frame->getData() + offset, payload);
+    }
+    return RRTPPacket::kHeaderSize + payload;
 }
 
 // A block for the allocating forms, checked before anything is allocated so that nothing
@@ -163,18 +200,8 @@ void RRTPPacket::setData(unsigned int offset, unsigned int length) noexcept {
 
 unsigned int* RRTPPacket::packHeader(const RRTPDescription* description, const RRTPFrame* frame,
                                      unsigned char* buffer, unsigned int* size) const {
-    requireInputs(description, frame);
-    if (!buffer) {
-        ZR_THROW(kFile, kMissingInput);
-    }
-    buffer[0] = static_cast<unsigned char>(description->mVersion << 6 | (mPadding & 1) << 5 |
-                                           (mExtension & 1) << 4);
-    buffer[1] = static_cast<unsigned char>((mMarker & 1) << 7 | (description->mPayloadType & 127));
-    putBigEndian16(buffer + 2, mSequenceNumber);
-    const std::uint32_t clockRate =
-        description->mClockRate != 0 ? description->mClockRate : kDefaultClockRate;
-    putBigEndian32(buffer + 4, rtpTimestamp(clockRate, frame->getStartTime()));
-    putBigEndian32(buffer + 8, description->mSSRC);
+    requireInputs(description, frame, buffer != nullptr);
+    writeHeader(*this, *description, *frame, buffer);
     if (size) {
         *size = kHeaderSize;
     }
@@ -188,22 +215,9 @@ unsigned char* RRTPPacket::packHeader(const RRTPDescription* description, const 
     return block;
 }
 
-unsigned int RRTPPacket::packInto(const RRTPDescription* description, const RRTPFrame* frame,
-                                  unsigned char* buffer, unsigned int capacity) const {
-    packHeader(description, frame, buffer, nullptr);
-    // The slice is trusted no further than the frame's data and the buffer reach.
-    const unsigned int frameSize = frame->getSize();
-    unsigned int payload = mOffset < frameSize ? std::min(mLength, frameSize - mOffset) : 0;
-    payload = std::min(payload, capacity - kHeaderSize);
-    if (payload > 0) {
-        std::memcpy(buffer + kHeaderSize, frame->getData() + mOffset, payload);
-    }
-    return kHeaderSize + payload;
-}
-
 void RRTPPacket::pack(const RRTPDescription* description, const RRTPFrame* frame,
                       unsigned char* buffer, unsigned int* size) const {
-    const unsigned int packed = packInto(description, frame, buffer, ~0u);
+    const unsigned int packed = packInto(*this, description, frame, buffer, ~0u);
     if (size) {
         *size = packed;
     }
@@ -212,7 +226,7 @@ void RRTPPacket::pack(const RRTPDescription* description, const RRTPFrame* frame
 unsigned char* RRTPPacket::pack(const RRTPDescription* description, const RRTPFrame* frame,
                                 unsigned int* size) const {
     unsigned char* block = allocateFor(description, frame, kPacketBlockSize);
-    const unsigned int packed = packInto(description, frame, block, kPacketBlockSize);
+    const unsigned int packed = packInto(*this, description, frame, block, kPacketBlockSize);
     if (size) {
         *size = packed;
     }

@@ -36,11 +36,15 @@ RPtr<const RAudioDescription> stereo16(double rate) {
 }  // namespace
 
 // One writer and 1, 2 or 4 reader threads pass 20,000 frames of random sizes through a
-// queue with and without limits: every reader sees every frame once, in order, intact;
-// the queue ends empty and every frame has been released.
+// queue with and without limits, the readers mixing the two ways to read: own copies,
+// shared frames, and both in turn. Every reader sees every frame once, in order, intact;
+// shared frames that a reader keeps stay intact after the queue is gone; the queue ends
+// empty and every frame has been released.
 TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
+    enum Read { kCopies, kShared, kInTurn };
     const int liveBefore = cmtest::Tracked::live();
     const unsigned int kFrames = 20000;
+    const size_t kKept = 100;  // shared frames a reader holds on to, the last ones it read
     for (const int readers : {1, 2, 4}) {
         for (const bool limited : {false, true}) {
             RPtr<RQueue> q = limited ? makeQueue(16, 64) : makeQueue(0, 0);
@@ -49,13 +53,26 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
                 readerObjects.emplace_back(new RQFrameReader(q.addr(), nullptr));
             }
             std::vector<int> faults(static_cast<size_t>(readers), 0);
+            std::vector<std::vector<RPtr<const RFrame>>> kept(static_cast<size_t>(readers));
             std::vector<std::thread> threads;
             for (int r = 0; r < readers; ++r) {
                 threads.emplace_back([&, r] {
+                    const auto read = static_cast<Read>((r + readers) % 3);
+                    RQFrameReader& reader = *readerObjects[static_cast<size_t>(r)];
                     unsigned int expected = 0;
-                    while (RPtr<RFrame> f = readerObjects[static_cast<size_t>(r)]->nextFrame()) {
+                    for (;;) {
+                        const bool shared = read == kShared || (read == kInTurn && expected % 2);
+                        const RPtr<const RFrame> f = shared
+                                                         ? reader.nextSharedFrame()
+                                                         : RPtr<const RFrame>(reader.nextFrame());
+                        if (!f) {
+                            break;
+                        }
                         if (f->getFrameNumber() != expected++ || !cmtest::hasNumberedContent(*f)) {
                             ++faults[static_cast<size_t>(r)];
+                        }
+                        if (shared && expected + kKept > kFrames) {
+                            kept[static_cast<size_t>(r)].push_back(f);
                         }
                     }
                     if (expected != kFrames) {
@@ -72,11 +89,17 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
             for (auto& t : threads) {
                 t.join();
             }
-            for (int r = 0; r < readers; ++r) {
-                EXPECT_EQ(faults[static_cast<size_t>(r)], 0) << readers << " readers, " << limited;
-            }
             EXPECT_EQ(q->getNodeCount(), 0);
             EXPECT_EQ(q->getBytesHeld(), 0u);
+            readerObjects.clear();
+            q = nullptr;
+            for (int r = 0; r < readers; ++r) {
+                for (const RPtr<const RFrame>& f : kept[static_cast<size_t>(r)]) {
+                    faults[static_cast<size_t>(r)] += cmtest::hasNumberedContent(*f) ? 0 : 1;
+                }
+                EXPECT_EQ(faults[static_cast<size_t>(r)], 0)
+                    << "reader " << r << " of " << readers << (limited ? ", limited" : "");
+            }
         }
     }
     EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
@@ -247,6 +270,29 @@ TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
         }
     }
     EXPECT_EQ(q->getNodeCount(), 0);
+}
+
+// A shared read hands out the queued frame itself, and the reader's reference keeps it
+// alive when the queue lets it go, here through a clear() as a "rstr" does. The next read
+// starts at the head of the emptied queue, and the end gives null as nextFrame() does.
+TEST(QueueRWTest, SharedReadHandsOutTheQueuedFrameAndKeepsItAlive) {
+    const int liveBefore = cmtest::Tracked::live();
+    RPtr<RQueue> q = makeQueue(0, 0);
+    RQFrameWriter writer(q.addr(), nullptr);
+    RQFrameReader reader(q.addr(), nullptr);
+    writer.put(makeNumberedFrame(0, 64));
+    writer.put(makeNumberedFrame(1, 64));
+    RPtr<const RFrame> held = reader.nextSharedFrame();
+    EXPECT_EQ(held.addr(), static_cast<const RFrame*>(q->firstNode()));
+    writer.clear();
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore + 1);  // frame 1 is gone, frame 0 held
+    EXPECT_TRUE(cmtest::hasNumberedContent(*held));
+    writer.put(makeNumberedFrame(2, 64));
+    writer.end();
+    EXPECT_EQ(reader.nextSharedFrame()->getFrameNumber(), 2u);
+    EXPECT_FALSE(reader.nextSharedFrame());
+    held = nullptr;
+    EXPECT_EQ(cmtest::Tracked::live(), liveBefore);
 }
 
 // The description: writers publish it and wake readers that wait for it; a writer's

@@ -166,6 +166,8 @@ TEST(RTPPacketTest, AllocatingFormsStayInsideTheirBlocks) {
         EXPECT_STREQ(e.getFile(), "lib/cm/CMRTP");
     }
     EXPECT_THROW(p->pack(description.addr(), nullptr, &size), CException);
+    unsigned char* const noBuffer = nullptr;
+    EXPECT_THROW(p->pack(description.addr(), frame.addr(), noBuffer, &size), CException);
 }
 
 TEST(RTPFrameTest, CopiesTheMediaFrameAndSharesPackets) {

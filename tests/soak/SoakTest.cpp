@@ -6,10 +6,13 @@
 // limits; frames of random sizes. While a pipeline runs, the test pauses and resumes random
 // stages, resets the whole pipeline with "rstr", and may end it by aborting its stages,
 // often while some of them wait at a limit or for data. Every stage logs what it read and
-// put, and where it handled "rstr"; afterwards each queue is checked against what its
-// writer put, and nothing may outlive the pipeline: frames, descriptions, queues, stages
-// or threads. The seed (CM_SOAK_SEED to replay one) is printed at the start, the seed,
-// index and shape of a pipeline with every failure it causes.
+// put, and where it handled "rstr". Each input is read one of the two ways, own copies or
+// shared frames, so that a queue read by several stages mixes them; a stage keeps the last
+// shared frame of each input until the next one and checks that it is still intact then,
+// across resets and aborts. Afterwards each queue is checked against what its writer put, and
+// nothing may outlive the pipeline: frames, descriptions, queues, stages or threads. The seed
+// (CM_SOAK_SEED to replay one) is printed at the start, the seed, index and shape of a pipeline
+// with every failure it causes.
 //
 // What a reset may drop: the test resets a pipeline only while every stage is parked in a
 // pause, so that "rstr" meets all of them at one point of the stream. Each writer then
@@ -85,8 +88,8 @@ public:
 // One stage of any shape. Without inputs it is a source that writes its frames from
 // flush(); otherwise each process() takes one frame from every input that has not ended
 // and puts it on every output. The stage waits for its inputs' descriptions before it
-// reads a frame and passes them on. The logs are written by the stage's thread and read once it has
-// been joined.
+// reads a frame and passes them on. The logs are written by the stage's thread and read
+// once it has been joined.
 class Stage : public ZR::CM::CMMultipleQueueComponent {
 public:
     Stage(unsigned int source, std::vector<unsigned int> sizes)
@@ -97,11 +100,15 @@ public:
 
     unsigned int type() const override { return ZR::fourcc("fltr"); }
 
-    void attach(std::vector<RQueue*> inputs, std::vector<RQueue*> outputs) {
+    // sharedReads: per input, whether it is read as shared frames rather than own copies.
+    void attach(std::vector<RQueue*> inputs, std::vector<RQueue*> outputs,
+                std::vector<bool> sharedReads) {
         init(inputs, outputs);
         mReads.resize(inputs.size());
         mPuts.resize(outputs.size());
         mInputEnded.assign(inputs.size(), false);
+        mSharedReads = std::move(sharedReads);
+        mLastShared.resize(inputs.size());
     }
 
     bool isSource() const { return mReads.empty(); }
@@ -112,14 +119,18 @@ public:
             if (mInputEnded[i]) {
                 continue;
             }
-            RPtr<RFrame> frame = getReader(i)->nextFrame();
+            const bool shared = mSharedReads[i];
+            const RPtr<const RFrame> frame = shared ? getReader(i)->nextSharedFrame()
+                                                    : RPtr<const RFrame>(getReader(i)->nextFrame());
+            mIntact = mIntact && (!mLastShared[i] || cmtest::hasNumberedContent(*mLastShared[i]));
+            mLastShared[i] = shared ? frame : nullptr;
             if (!frame) {
                 mInputEnded[i] = true;
                 continue;
             }
             mIntact = mIntact && cmtest::hasNumberedContent(*frame);
             mReads[i].push_back(frame->getFrameNumber());
-            forward(frame);
+            forward(frame, shared);
         }
     }
 
@@ -129,7 +140,7 @@ public:
         passDescriptionOn();
         if (isSource()) {
             for (unsigned int i = 0; i < mSizes.size(); ++i) {
-                forward(cmtest::makeNumberedFrame(mSource * kSourceSpan + i, mSizes[i]));
+                forward(cmtest::makeNumberedFrame(mSource * kSourceSpan + i, mSizes[i]), false);
             }
         }
         // The run loop ends the first output only.
@@ -173,6 +184,8 @@ public:
     std::vector<Log> mPuts;   // per output
     Log mForwarded;           // every frame read, in the order it was read
     std::vector<bool> mInputEnded;
+    std::vector<bool> mSharedReads;
+    std::vector<RPtr<const RFrame>> mLastShared;
     bool mHasDescription = false;
     bool mIntact = true;
     std::atomic<bool> mCompleted{false};
@@ -198,14 +211,15 @@ private:
         mHasDescription = true;
     }
 
-    // Every output gets the frame; outputs after the first get copies, as a node lives in
-    // one queue only.
-    void forward(const RPtr<RFrame>& frame) {
+    // Every output gets the frame. A node lives in one queue only, so the first output
+    // gets the stage's own frame and the others copies; a shared frame still lives in the
+    // queue it came from, and every output gets a copy.
+    void forward(const RPtr<const RFrame>& frame, bool shared) {
         if (!isSource()) {
             mForwarded.push_back(frame->getFrameNumber());
         }
         for (int o = 0; o < getWriterCount(); ++o) {
-            getWriter(o)->put(o == 0 ? frame : RPtr<RFrame>(frame->copy()));
+            getWriter(o)->put(o == 0 && !shared ? frame : RPtr<const RFrame>(frame->copy()));
             mPuts[o].push_back(frame->getFrameNumber());
         }
     }
@@ -278,6 +292,7 @@ public:
             mShape << "S0";
             grow(top, 0, 3);
         }
+        mShape << " reads";
         for (Stage* stage : mStages) {
             std::vector<RQueue*> inputs, outputs;
             for (const Edge& e : mEdges) {
@@ -290,7 +305,12 @@ public:
                     }
                 }
             }
-            stage->attach(inputs, outputs);
+            std::vector<bool> shared(inputs.size());
+            for (size_t i = 0; i < shared.size(); ++i) {
+                shared[i] = chance(2);
+                mShape << (shared[i] ? " s" : " c");
+            }
+            stage->attach(inputs, outputs, std::move(shared));
         }
     }
 
