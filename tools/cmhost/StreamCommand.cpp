@@ -46,6 +46,12 @@ const char kHelp[] =
 constexpr unsigned int kVideo = ZR::fourcc("vide");
 constexpr unsigned int kAudio = ZR::fourcc("audi");
 constexpr unsigned int kLinearPCM = ZR::fourcc("lpcm");
+// The packetizers' output queues hold this many RTP frames. Nothing reads them until every
+// packetizer has described its stream, and an encoder's first frame (which its packetizer
+// describes the stream from) comes only after it has taken in its look-ahead: seconds of
+// pictures at its slower presets. Meanwhile the other branches must not block the importer
+// that feeds them all; RTP frames are compressed media, so seconds of them are small.
+constexpr int kPacketQueueHigh = 1024;
 // The first payload type of the streams; stream i gets the next i-th.
 constexpr int kFirstPayloadType = 96;
 
@@ -102,9 +108,12 @@ Branch planBranch(const FormatRoutes& routes, const ZR::CM::RTrackInfo& track, u
         }
         if (video) {
             // A live stream: key frames every two seconds or so for receivers that join,
-            // and an encoder that keeps up.
+            // an encoder that keeps up, and pictures in presentation order, as soon as they
+            // are in. RTP carries presentation times only, so receivers cannot reorder
+            // B-frames (ffmpeg hands them on without time stamps).
             branch.stages.back().settings.push_back({"preset", "veryfast"});
             branch.stages.back().settings.push_back({"keyint", "50"});
+            branch.stages.back().settings.push_back({"tune", "zerolatency"});
         }
         format = target;
         packetizer = routes.find(kPacketizerKind, format, ZR::kAnyFourCC);
@@ -258,7 +267,7 @@ int runStream(const GlobalOptions& global, const Words& args) {
         Branch& branch = branches[i];
         const std::vector<StageChoice> before(branch.stages.begin(), branch.stages.end() - 1);
         ZR::CM::RQueue* queue = addChain(host, pipeline, branch.name, before, imported[i]);
-        branch.packets = pipeline.addQueue(branch.name, "packetize");
+        branch.packets = pipeline.addQueue(branch.name, "packetize", kPacketQueueHigh);
         const StageChoice& packetizer = branch.stages.back();
         branch.packetizer =
             addStage(host, pipeline, branch.name + " " + packetizer.info->directoryName.c_str(),
