@@ -3,6 +3,7 @@
 #include "aac.packetizer/AacPacketizer.h"
 #include "av.importer/AvImporter.h"
 #include "h264.packetizer/H264Packetizer.h"
+#include "l16.packetizer/L16Packetizer.h"
 #include "opus.packetizer/OpusPacketizer.h"
 
 #include "support/CodedPipelines.h"
@@ -52,9 +53,9 @@ std::vector<std::vector<std::string>> dissect(const std::string& capture,
     return rows;
 }
 
-// H.264, AAC and Opus from one file go through their packetizers to the exporter, which
-// sends them in real time to three port pairs; tshark dissects every packet without
-// finding any malformed, and the sender reports of the three streams tie their clocks to
+// H.264, AAC, Opus and 16-bit PCM from one file go through their packetizers to the
+// exporter, which sends them in real time to four port pairs; tshark dissects every packet
+// without finding any malformed, and the sender reports of the streams tie their clocks to
 // one wall clock.
 TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
     ASSERT_TRUE(cmtest::haveTool("tshark"));
@@ -62,24 +63,26 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
     const std::string clip = dir.file("clip.mkv");
     ASSERT_TRUE(cmtest::makeWithFfmpeg(
         "-f lavfi -i testsrc=s=320x240:r=25:d=1 -f lavfi -i sine=d=1 -f lavfi -i sine=f=880:d=1 "
-        "-map 0 -map 1 -map 2 -c:v libx264 -preset ultrafast -g 10 -c:a:0 aac -c:a:1 libopus",
+        "-f lavfi -i sine=f=220:d=1 -map 0 -map 1 -map 2 -map 3 -c:v libx264 -preset ultrafast "
+        "-g 10 -c:a:0 aac -c:a:1 libopus -c:a:2 pcm_s16le",
         clip));
     int port = 0;
-    const std::vector<int> sockets = cmtest::loopbackDatagramPorts(6, &port);
+    const std::vector<int> sockets = cmtest::loopbackDatagramPorts(8, &port);
 
     RPtr<RAvImporter> importer(new RAvImporter);
     RPtr<RH264Packetizer> video(new RH264Packetizer);
     RPtr<RAacPacketizer> aac(new RAacPacketizer);
     RPtr<ROpusPacketizer> opus(new ROpusPacketizer);
+    RPtr<RL16Packetizer> l16(new RL16Packetizer);
     RPtr<RRTPExporter> exporter(new RRTPExporter);
     cmtest::Graph graph;
     graph.importer = importer.addr();
-    graph.chains = {{video.addr()}, {aac.addr()}, {opus.addr()}};
+    graph.chains = {{video.addr()}, {aac.addr()}, {opus.addr()}, {l16.addr()}};
     graph.exporter = exporter.addr();
     int payloadType = 96;
     for (RRTPPacketizer* packetizer :
          {static_cast<RRTPPacketizer*>(video.addr()), static_cast<RRTPPacketizer*>(aac.addr()),
-          static_cast<RRTPPacketizer*>(opus.addr())}) {
+          static_cast<RRTPPacketizer*>(opus.addr()), static_cast<RRTPPacketizer*>(l16.addr())}) {
         ZR::CM::RPacketizerConfiguration settings;
         configure(settings, {{"payload-type", std::to_string(payloadType++)}});
         packetizer->configure(settings);
@@ -102,15 +105,18 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
     const std::string capture = dir.file("rtp.pcap");
     cmtest::writePcap(capture, datagrams, 40000);
     std::string options;
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 8; ++i) {
         options += " -d udp.port==" + std::to_string(port + i) + (i % 2 ? ",rtcp" : ",rtp");
     }
     options +=
-        " -d rtp.pt==96,h264 -d rtp.pt==98,opus -e udp.dstport -e frame.protocols"
+        " -d rtp.pt==96,h264 -d rtp.pt==98,opus -d rtp.pt==99,data -e udp.dstport -e "
+        "frame.protocols"
         " -e _ws.malformed -e rtp.p_type -e rtcp.timestamp.ntp.msw"
         " -e rtcp.timestamp.ntp.lsw -e rtcp.timestamp.rtp -e rtcp.sdes.text";
-    const char* const payloads[] = {":h264", ":rtp", ":opus"};  // tshark has no AAC-hbr
-    const double rates[] = {90000, 44100, 48000};
+    // tshark has no AAC-hbr and no dynamic L16 (it would take payload type 99 for
+    // redundant audio): both are plain RTP payload.
+    const char* const payloads[] = {":h264", ":rtp", ":opus", ":rtp"};
+    const double rates[] = {90000, 44100, 48000, 44100};
     std::map<int, int> packets;     // per port
     std::map<int, double> origins;  // per stream: its first report's wall clock less RTP time
     for (const std::vector<std::string>& row : dissect(capture, options)) {
@@ -118,7 +124,7 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
         const int stream = (std::stoi(row[0]) - port) / 2;
         const bool rtcp = (std::stoi(row[0]) - port) % 2;
         ++packets[std::stoi(row[0])];
-        EXPECT_EQ(row[2], "") << "malformed: " << row[1];
+        EXPECT_EQ(row[2], "") << "stream " << stream << " malformed: " << row[1];
         if (!rtcp) {
             EXPECT_NE(row[1].find(payloads[stream]), std::string::npos) << row[1];
             EXPECT_EQ(row[3], std::to_string(96 + stream));
@@ -129,12 +135,13 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
                               std::stod(row[6]) / rates[stream];
         }
     }
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 8; ++i) {
         EXPECT_GT(packets[port + i], 0) << "nothing on port " << port + i;
     }
-    ASSERT_EQ(origins.size(), 3u);
-    EXPECT_NEAR(origins[1], origins[0], 1e-4);
-    EXPECT_NEAR(origins[2], origins[0], 1e-4);
+    ASSERT_EQ(origins.size(), 4u);
+    for (int stream = 1; stream < 4; ++stream) {
+        EXPECT_NEAR(origins[stream], origins[0], 1e-4) << "stream " << stream;
+    }
 }
 
 // Inputs whose frames come without an RTP description (none at all, or one of plain
