@@ -169,25 +169,3 @@ TEST(CDataTest, ReadingPastTheEndStaysInsideTheBuffer) {
     EXPECT_EQ(items, std::vector<unsigned int>{1});
     EXPECT_TRUE(vec.failed());
 }
-
-TEST(CDataTest, CursorMovesWithinTheWrittenBytes) {
-    CData d;
-    d << 1u << 2u;
-    d.setCursor(4);
-    unsigned int second = 0;
-    d >> second;
-    EXPECT_EQ(second, 2u);
-    d.setCursor(-3);
-    EXPECT_EQ(d.getCursor(), 0);
-    d.setCursor(1000);
-    EXPECT_EQ(d.getCursor(), 8);
-
-    // Writing after a rewind overwrites at the cursor and still grows the stream.
-    d.rewind();
-    d << 9u;
-    EXPECT_EQ(d.getSize(), 12);
-    d.rewind();
-    unsigned int first = 0;
-    d >> first;
-    EXPECT_EQ(first, 9u);
-}

@@ -106,17 +106,3 @@ TEST(CThreadDeathTest, UnhandledExceptionIsPrintedAndEndsTheProcess) {
         },
         "worker failed");
 }
-
-TEST(CExceptionTest, RecordsWhereItWasThrownAndIsABaseException) {
-    try {
-        ZR_THROW("lib/cm/CMFrame", ZR::CString::createWithFormat("bad %d", 3));
-    } catch (const zrbase::e::base& base) {
-        const auto& e = dynamic_cast<const ZR::CException&>(base);
-        EXPECT_EQ(base.description(), "bad 3");
-        EXPECT_STREQ(e.getTypeName(), "ZR::CException");
-        EXPECT_STREQ(e.getFile(), "lib/cm/CMFrame");
-        EXPECT_STREQ(e.what(), "bad 3");
-        EXPECT_GT(e.getLine(), 0);
-        EXPECT_NE(std::string(e.getFunction()).find("TestBody"), std::string::npos);
-    }
-}

@@ -9,7 +9,6 @@
 #include <libxml/parser.h>
 
 #include <sys/stat.h>
-#include <sys/utsname.h>
 
 #include <climits>
 #include <fstream>
@@ -31,9 +30,6 @@ namespace {
 
 struct DtdDeleter {
     void operator()(xmlDtd* dtd) const { xmlFreeDtd(dtd); }
-};
-struct DocDeleter {
-    void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
 };
 
 // Allows documents the project's definition refuses but a component's own might allow.
@@ -252,35 +248,6 @@ TEST_F(ComponentInfoTest, LargeDocumentsLoadEveryFormatPair) {
     EXPECT_EQ(fourccName(items.back().inFormat), "1299");
 }
 
-TEST_F(ComponentInfoTest, MatchComparesEveryCodeThenAsksTheFormatMap) {
-    unsigned int RComponentInfoBase::*codes[] = {
-        &RComponentInfoBase::type,    &RComponentInfoBase::media,
-        &RComponentInfoBase::subType, &RComponentInfoBase::vendor,
-        &RComponentInfoBase::version, &RComponentInfoBase::componentFrameworkVersion,
-    };
-    RFilterInfo info;
-    for (const auto code : codes) {
-        info.*code = 100 + static_cast<unsigned int>(&code - codes);
-    }
-    RComponentInfoMatch match;
-    match.name = "not compared";
-    EXPECT_FALSE(match == info);  // an empty format map supports nothing
-    info.formatMap.set(fourcc("yuv2"), fourcc("2vuy"), RString("o.so"), {}, {});
-    EXPECT_TRUE(match == info);
-    for (const auto code : codes) {
-        match.*code = info.*code;
-        EXPECT_TRUE(match == info);
-        RComponentInfoMatch other = match;
-        other.*code += 1;
-        EXPECT_FALSE(other == info);
-    }
-    match.inFormat = fourcc("yuv2");
-    match.outFormat = fourcc("rgb ");
-    EXPECT_FALSE(match == info);
-    match.outFormat = fourcc("2vuy");
-    EXPECT_TRUE(match == info);
-}
-
 TEST_F(ComponentInfoTest, StreamFormsAreByteExactAndSurviveTruncation) {
     RImporterInfo info{RString("m.importer")};
     info.name = "Imp";
@@ -335,30 +302,4 @@ TEST_F(ComponentInfoTest, StreamFormsAreByteExactAndSurviveTruncation) {
     RImporterInfo none;
     garbage >> none;
     EXPECT_TRUE(garbage.failed() && none.fileExtensions.empty() && none.mimeTypes.empty());
-}
-
-TEST_F(ComponentInfoTest, ComponentPathAndChildLookup) {
-    utsname system;
-    ASSERT_EQ(uname(&system), 0);
-    std::string platform = std::string(system.sysname) + "/" + system.machine;
-    for (char& c : platform) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    RDecompressorInfo info{RString("avc.decoder")};
-    info.formatMap.set(fourcc("avc1"), fourcc("yuv2"), RString("libavc.so"), {}, {});
-    RComponentManager::getDefault()->setComponentDirectory(CString("/opt/cm"));
-    EXPECT_EQ(info.getComponentPath(fourcc("avc1"), kAnyFourCC).c_str(),
-              "/opt/cm/avc.decoder/" + platform + "/libavc.so");
-    EXPECT_EQ(info.getComponentPath(fourcc("mp4v"), kAnyFourCC).c_str(),
-              "/opt/cm/avc.decoder/" + platform + "/");
-
-    const char text[] = "<a><b>1</b>words<c/><b>2</b></a>";
-    const std::unique_ptr<xmlDoc, DocDeleter> doc(
-        xmlReadMemory(text, sizeof text - 1, "t.xml", nullptr, 0));
-    xmlNode* root = xmlDocGetRootElement(doc.get());
-    xmlNode* b = xmlGetChildNodeByName(root, "b");
-    ASSERT_NE(b, nullptr);
-    EXPECT_STREQ(reinterpret_cast<const char*>(b->children->content), "1");
-    EXPECT_EQ(xmlGetChildNodeByName(root, "text")->type, XML_TEXT_NODE);  // any node type
-    EXPECT_EQ(xmlGetChildNodeByName(xmlGetChildNodeByName(root, "c"), "b"), nullptr);
 }

@@ -99,29 +99,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ComponentManagerTest, KindIsTheFirstSuffixFoundAnywhereInTheName) {
-    install("mpeg.importer.old", "importer");
-    install("x.decoder.filter", "decompressor");
-    install("f.filter", "filter");
-    install("c.converter", "converter");
-    install("e.encoder", "compressor");
-    install("x.exporter", "exporter");
-    install("p.packetizer", "packetizer");
-    install("plain", "filter");
-    install("caps.Filter", "filter");
-    std::ofstream(mTemp.file("loose.filter"));  // a file, not a directory
-    ASSERT_EQ(scan(), 0);
-
-    EXPECT_EQ(namesOf(mManager->getImporters()), std::vector<std::string>{"mpeg.importer.old"});
-    EXPECT_EQ(namesOf(mManager->getDecompressors()), std::vector<std::string>{"x.decoder.filter"});
-    EXPECT_EQ(namesOf(mManager->getFilters()), std::vector<std::string>{"f.filter"});
-    EXPECT_EQ(namesOf(mManager->getConverters()), std::vector<std::string>{"c.converter"});
-    EXPECT_EQ(namesOf(mManager->getCompressors()), std::vector<std::string>{"e.encoder"});
-    EXPECT_EQ(namesOf(mManager->getExporters()), std::vector<std::string>{"x.exporter"});
-    EXPECT_EQ(namesOf(mManager->getPacketizers()), std::vector<std::string>{"p.packetizer"});
-    EXPECT_EQ(mManager->getFilters().front()->type, fourcc("fltr"));
-}
-
 TEST_F(ComponentManagerTest, ImportersSortByPriorityKeepingScanOrderForTies) {
     // Many ties, so that an unstable sort or one by name would show; the expected order is
     // the order this directory really lists in, sorted stably.
@@ -272,61 +249,4 @@ TEST_F(ComponentManagerTest, LoadsEachLibraryOnceAndRunsItsComponent) {
     EXPECT_EQ(byName->type(), fourcc("fltr"));
     EXPECT_EQ(mManager->getLoadedLibraryCount(), 2);
     mManager->unloadComponent(byName);
-}
-
-TEST_F(ComponentManagerTest, LoaderFailuresThrowTheirExceptions) {
-    install("broken.filter", "filter",
-            "<object name=\"noentry.so\"><in>aaaa</in></object>"
-            "<object name=\"null.so\"><in>bbbb</in></object>"
-            "<object name=\"text.so\"><in>cccc</in></object>");
-    installModule("broken.filter", "noentry.so", CM_TEST_NOENTRY_MODULE);
-    installModule("broken.filter", "null.so", CM_TEST_NULLENTRY_MODULE);
-    std::ofstream(mTemp.file("broken.filter") + "/" CM_PLATFORM_DIR "/text.so") << "not ELF";
-    ASSERT_EQ(scan(), 0);
-    RComponentInfo* info = mManager->getFilters().front().addr();
-    const std::string platform = mTemp.file("broken.filter") + "/" CM_PLATFORM_DIR "/";
-
-    // Loading info's object for in must throw at line, with head and then the loader's
-    // own error as the message.
-    const auto expectFailure = [&](unsigned int in, int line, const std::string& head) {
-        try {
-            mManager->loadComponent(info, in, kAnyFourCC);
-            ADD_FAILURE() << "loaded for " << head;
-        } catch (const CException& e) {
-            EXPECT_EQ(e.getLine(), line);
-            EXPECT_STREQ(e.getFile(), "lib/cm/CMComponentManager");
-            const std::string message = e.getMessage();
-            EXPECT_EQ(message.substr(0, head.size()), head);
-            EXPECT_GT(message.size(), head.size());
-        }
-    };
-
-    // Without the entry point the library stays open, and is not opened again.
-    const std::string noEntry = "Failed to call getComponentInstance() for " + platform;
-    expectFailure(fourcc("aaaa"), 390, noEntry + "noentry.so\n");
-    expectFailure(fourcc("aaaa"), 390, noEntry + "noentry.so\n");
-    EXPECT_EQ(mManager->getLoadedLibraryCount(), 1);
-    EXPECT_THROW(mManager->loadComponent(info, fourcc("bbbb"), kAnyFourCC), CException);
-    EXPECT_EQ(mManager->getLoadedLibraryCount(), 2);
-
-    // Not a shared object; no object for the formats (so the path is a directory); no
-    // file: nothing is kept.
-    expectFailure(fourcc("cccc"), 369, "Failed to load component: " + platform + "text.so\n");
-    expectFailure(fourcc("dddd"), 369, "Failed to load component: " + platform + "\n");
-    EXPECT_THROW(mManager->loadComponent(RString("absent")), CException);
-    EXPECT_EQ(mManager->getLoadedLibraryCount(), 2);
-    EXPECT_EQ(mManager->unloadComponent(nullptr), 0);
-}
-
-TEST(ComponentManagerDefaultTest, TakesItsDirectoryFromTheShippedConfiguration) {
-    // The shipped cm.conf names "@../../lib/cm/components" and "@" (for info.dtd) relative
-    // to its own directory.
-    ASSERT_TRUE(
-        sys_conf::instance().load_file(CM_SOURCE_DIR "/data/cm.conf", CM_SOURCE_DIR "/data/"));
-    RComponentManager* manager = RComponentManager::getDefault();
-    EXPECT_EQ(manager, RComponentManager::getDefault());
-    EXPECT_STREQ(manager->getComponentDirectory().c_str(),
-                 CM_SOURCE_DIR "/data/../../lib/cm/components");
-    EXPECT_EQ(manager->loadComponentInformation(), 0);  // info.dtd found, no components
-    EXPECT_TRUE(manager->getFilters().empty());
 }

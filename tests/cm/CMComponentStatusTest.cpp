@@ -26,20 +26,6 @@ TEST(ResultCodeTest, EveryCodeHasItsFixedText) {
     EXPECT_EQ(texts.size(), 203u - 166 + 1 - 4 + 1);  // 176..179 share "unknown error"
 }
 
-TEST(ComponentStatusTest, PrintsShortAndLongForms) {
-    CComponentStatus status;
-    EXPECT_STREQ(ZR::RString(status).c_str(), "[Initialized] Frames: 0. Bytes: 0");
-
-    status.mStatusCode = CComponentStatus::kWorking;
-    status.mFrames = 10;
-    status.mBytes = 2048;
-    status.mInfo = "x";
-    EXPECT_STREQ(ZR::RString(status).c_str(), "[Working] Frames: 10. Bytes: 2048. Info: x");
-
-    status.mStatusCode = 9;  // outside the table: printed, not read out of bounds
-    EXPECT_STREQ(ZR::RString(status).c_str(), "[Unknown] Frames: 10. Bytes: 2048. Info: x");
-}
-
 TEST(ComponentStatusTest, SerializedFormRoundTripsWithoutTheTrailingWord) {
     CComponentStatus out;
     out.mStatusCode = CComponentStatus::kCompleted;
@@ -75,4 +61,18 @@ TEST(ComponentStatusTest, SerializedFormRoundTripsWithoutTheTrailingWord) {
     ZR::CData empty;
     empty << CComponentStatus();
     EXPECT_EQ(empty.getSize(), 16);
+}
+
+TEST(ComponentStatusTest, PrintsShortAndLongForms) {
+    CComponentStatus status;
+    EXPECT_STREQ(ZR::RString(status).c_str(), "[Initialized] Frames: 0. Bytes: 0");
+
+    status.mStatusCode = CComponentStatus::kWorking;
+    status.mFrames = 10;
+    status.mBytes = 2048;
+    status.mInfo = "x";
+    EXPECT_STREQ(ZR::RString(status).c_str(), "[Working] Frames: 10. Bytes: 2048. Info: x");
+
+    status.mStatusCode = 9;  // outside the table: printed, not read out of bounds
+    EXPECT_STREQ(ZR::RString(status).c_str(), "[Unknown] Frames: 10. Bytes: 2048. Info: x");
 }

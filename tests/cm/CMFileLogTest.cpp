@@ -34,44 +34,6 @@ constexpr int kTime = 1000000000;
 
 }  // namespace
 
-TEST_F(FileLogTest, OffUnlessThePriorityIsConfigured) {
-    EXPECT_EQ(RFileLogInterface::getDefault(), nullptr);
-    sys_conf::instance().set_int("common.logging.filelog-priority", 8);
-    EXPECT_EQ(RFileLogInterface::getDefault(), nullptr);
-
-    // Only the priority switches it on; the rest has defaults.
-    sys_conf::instance().set_int("common.logging.filelog-priority", 0);
-    RFileLogInterface* const log = RFileLogInterface::getDefault();
-    ASSERT_NE(log, nullptr);
-    EXPECT_EQ(log->getPath(), "/var/log/plaiva/plaiva.log");
-    EXPECT_EQ(RFileLogInterface::getDefault(), log);
-}
-
-TEST_F(FileLogTest, WritesCtimeStampedLinesUpToItsThreshold) {
-    cmtest::configureFileLog(mDir.path() + "/", "app.log", 3, 1024, 5);
-    RFileLogInterface log;
-    EXPECT_EQ(log.getPath(), mDir.file("app.log"));
-    EXPECT_EQ(log.log(3, kTime, "written"), 0);  // before init: no file, nothing written
-    EXPECT_FALSE(std::filesystem::exists(log.getPath()));
-
-    ASSERT_TRUE(log.init());
-    EXPECT_EQ(log.log(3, kTime, "at the threshold"), 0);
-    EXPECT_EQ(log.log(4, kTime, "below it"), 0);
-    EXPECT_EQ(log.log(0, kTime + 61, "emergency"), 0);
-    const std::string expected =
-        "Sun Sep  9 01:46:40 2001 at the threshold\n"
-        "Sun Sep  9 01:47:41 2001 emergency\n";
-    EXPECT_EQ(cmtest::readText(log.getPath()), expected);
-    EXPECT_EQ(log.getCurrentSize(), expected.size());
-
-    // A new destination appends to what is there.
-    RFileLogInterface again;
-    ASSERT_TRUE(again.init());
-    EXPECT_EQ(again.getCurrentSize(), expected.size());
-    again.log(1, kTime, "more");
-    EXPECT_EQ(cmtest::readText(log.getPath()), expected + "Sun Sep  9 01:46:40 2001 more\n");
-}
-
 TEST_F(FileLogTest, RotatesThroughFiveFilesOnceTheSizeIsExceeded) {
     cmtest::configureFileLog(mDir.path(), "app.log", 7, 100, 5);
     RFileLogInterface log;
@@ -124,38 +86,6 @@ TEST_F(FileLogTest, InitRotatesAFileAlreadyAtTheMaximumAndNamesWithoutSuffix) {
     EXPECT_EQ(cmtest::readText(d + "/trace.1"), "0123456789");
     EXPECT_EQ(cmtest::readText(d + "/trace"), "");
     EXPECT_EQ(log.getCurrentSize(), 0u);
-}
-
-TEST_F(FileLogTest, OneFileIsWrittenOverFromItsStart) {
-    cmtest::configureFileLog(mDir.path(), "one.log", 7, 60, 1);
-    const std::string path = mDir.file("one.log");
-    const std::string old(100, '.');
-    std::ofstream(path) << old;
-    RFileLogInterface log;
-    ASSERT_TRUE(log.init());
-    log.log(6, kTime, "first");   // 31 bytes
-    log.log(6, kTime, "second");  // 32 more: past 60
-    EXPECT_EQ(cmtest::readText(path),
-              "Sun Sep  9 01:46:40 2001 first\nSun Sep  9 01:46:40 2001 second\n" + old.substr(63));
-    // Past the maximum the file is reopened and written from its start again.
-    log.log(6, kTime, "third");
-    EXPECT_EQ(cmtest::readText(path).substr(0, 63),
-              "Sun Sep  9 01:46:40 2001 third\nSun Sep  9 01:46:40 2001 second\n");
-    EXPECT_EQ(log.getCurrentSize(), 31u);
-    EXPECT_FALSE(std::filesystem::exists(mDir.file("one.1.log")));
-}
-
-TEST_F(FileLogTest, DirectoryThatCannotHoldTheFileFailsInit) {
-    const std::string blocker = mDir.file("not-a-directory");
-    std::ofstream(blocker) << "x";
-    cmtest::configureFileLog(blocker + "/logs", "app.log", 7, 1024, 5);
-    RFileLogInterface log;
-    EXPECT_THROW(log.init(), zrbase::e::call);
-    EXPECT_EQ(log.log(0, kTime, "lost"), 0);
-
-    cmtest::configureFileLog(blocker + "/logs", "app.log", 7, 1024, 1);
-    RFileLogInterface single;
-    EXPECT_THROW(single.init(), zrbase::e::call);
 }
 
 TEST_F(FileLogTest, FailedReopenAfterRotationSilencesTheFile) {

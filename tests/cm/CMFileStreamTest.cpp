@@ -174,28 +174,4 @@ TEST(CMFileStreamTest, MappedLinkReadsLinkLengthAndZerosPastItsTarget) {
     EXPECT_TRUE(readAll(dir.file("link"), 1, 64) == Bytes(target.size(), 0));
 }
 
-TEST(CMFileStreamTest, TempStreamIsOpenUnlinkedAndNamedByTemplate) {
-    cmtest::TempDir dir;
-    auto& conf = ZR::CM::sys_conf::instance();
-    for (const std::string& setting : {dir.path(), dir.path() + "/"}) {
-        conf.set_value("common.temp-path", setting.c_str());
-        const auto stream = RFileStream::getTempStream();
-        const std::string uri = stream->getURI().c_str();
-        EXPECT_EQ(uri.rfind("file://" + dir.path() + "/", 0), 0u) << uri;
-        EXPECT_EQ(uri.size(), 7 + dir.path().size() + 17);
-        EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-    }
-    conf.set_value("common.temp-path", dir.file("missing").c_str());
-    try {
-        RFileStream::getTempStream();
-        ADD_FAILURE() << "no exception";
-    } catch (const ZR::CException& e) {
-        EXPECT_EQ(e.getLine(), 210);
-        EXPECT_STREQ(e.getFile(), "lib/cm/CMFileStream");
-        EXPECT_EQ(e.getMessage(), "Failed to create temporary file: '" + dir.file("missing") +
-                                      "/XXXXXXXXXXXXXXXX'");
-    }
-    conf.set_value("common.temp-path", "");
-}
-
 }  // namespace

@@ -69,15 +69,6 @@ TEST_F(PluginStreamTest, HomeDirectoryComesBeforeConfiguredOne) {
     EXPECT_EQ(readAll(stream), "io/read/scripted/home\nSCRIPTED://host/a\n/var/tmp/cm");
 }
 
-TEST_F(PluginStreamTest, WithoutHomeOnlyFixedAndConfiguredDirectoriesCount) {
-    cmtest::writeScriptedPlugin(homePlugins(), "home", {"io/read/scripted/home"});
-    cmtest::writeScriptedPlugin(mConfigured.path(), "conf", {"io/read/scripted/conf"});
-    configure(nullptr);
-    RPluginStream stream(RURI("scripted:a"));
-    ASSERT_EQ(stream.open(), 0);
-    EXPECT_EQ(readAll(stream), "io/read/scripted/conf\nscripted:a\n/var/tmp/cm");
-}
-
 TEST_F(PluginStreamTest, ForwardsReadSeekAndSizeAndRefusesWrites) {
     cmtest::writeScriptedPlugin(mConfigured.path(), "conf", {"io/read/s/one"});
     configure(nullptr);
@@ -104,81 +95,6 @@ TEST_F(PluginStreamTest, ForwardsReadSeekAndSizeAndRefusesWrites) {
     EXPECT_EQ(stream->close(), 0);
     EXPECT_EQ(stream->open(), 0);  // open and close go through as often as called
     EXPECT_EQ(stream->lseek(0, 1), 0);
-}
-
-TEST_F(PluginStreamTest, ConstructionFailsWithoutAReaderForTheScheme) {
-    cmtest::writeScriptedPlugin(
-        mConfigured.path(), "conf",
-        {"io/read/rtmps/one", "io/read/plain/notreader", "io/read/none/null"});
-    configure(nullptr);
-    // What construction printed, after checking what it threw.
-    const auto failure = [](const std::string& uri, int line, const std::string& message) {
-        CaptureStderr();
-        try {
-            RPluginStream stream{RURI(uri.c_str())};
-            ADD_FAILURE() << "a stream was made";
-        } catch (const ZR::CException& e) {
-            EXPECT_EQ(e.getLine(), line);
-            EXPECT_STREQ(e.getFile(), "lib/cm/CMPluginStream");
-            EXPECT_EQ(e.getMessage(), message);
-        }
-        return GetCapturedStderr();
-    };
-    const std::string noReader = "Found no compatible reader plugin";
-    const std::string noInstance = "Failed to create reader plugin instance";
-    // rtmp looks for io/read/rtmp/.+, which io/read/rtmps/one is not.
-    EXPECT_EQ(failure("rtmp://host/live", 62, noReader), noReader + "\n");
-    EXPECT_EQ(failure("plain://x", 68, noInstance), noInstance + "\n");
-    EXPECT_EQ(failure("none://x", 68, noInstance), noInstance + "\n");
-    // A scheme too long to become a pattern finds nothing, like any unknown one (the
-    // registry says why first).
-    const std::string printed = failure(std::string(100000, 'a') + "://x", 62, noReader);
-    EXPECT_EQ(printed.substr(printed.find('\n') + 1), noReader + "\n");
-
-    CaptureStderr();
-    EXPECT_FALSE(RStream::getStream(RURI("https://host/a.mov"), 0, 0));
-    EXPECT_FALSE(RStream::getStream(RURI("rtmps://host/a"), O_WRONLY, 0));  // no message
-    EXPECT_EQ(GetCapturedStderr(),
-              "Found no compatible reader plugin\n"
-              "plugin stream exception: Found no compatible reader plugin\n");
-}
-
-TEST_F(PluginStreamTest, ReaderExceptionsBecomeMessagesAndErrorValues) {
-    cmtest::writeScriptedPlugin(mConfigured.path(), "conf", {"io/read/fail/scripted"});
-    configure(nullptr);
-    struct Case {
-        const char* operation;
-        const char* message;  // the name in the message
-        long long failure;
-        long long (*call)(RStream&);
-    };
-    const Case cases[] = {
-        {"open", "open", 169, [](RStream& s) -> long long { return s.open(); }},
-        {"close", "close", -1, [](RStream& s) -> long long { return s.close(); }},
-        {"read", "read", -1,
-         [](RStream& s) {
-             unsigned char byte;
-             return s.read(&byte, 1);
-         }},
-        {"seek", "seek", -1, [](RStream& s) { return s.lseek(1, 0); }},
-        {"size", "seek", -1, [](RStream& s) { return s.size(); }},
-    };
-    for (const Case& c : cases) {
-        for (const char* kind : {"base", "other"}) {
-            const std::string uri = std::string("fail://") + c.operation + "/" + kind;
-            RPluginStream stream{RURI(uri.c_str())};
-            if (std::string(c.operation) != "open") {
-                ASSERT_EQ(stream.open(), 0) << uri;
-            }
-            CaptureStderr();
-            EXPECT_EQ(c.call(stream), c.failure) << uri;
-            const std::string text = std::string(kind) == "base"
-                                         ? std::string("scripted ") + c.operation + " failure"
-                                         : "unknown";
-            EXPECT_EQ(GetCapturedStderr(),
-                      std::string("read-plugin ") + c.message + "() exception: " + text + "\n");
-        }
-    }
 }
 
 TEST_F(PluginStreamTest, StreamsConstructedOnManyThreadsShareOneRegistry) {

@@ -62,60 +62,6 @@ TEST(QueueTest, NodeLeavesWhenEveryReaderHasPassedIt) {
     }
 }
 
-TEST(QueueTest, ReaderLeavingLetsGoOfWhatItHeld) {
-    {
-        // B has passed the head, A leaves holding it: the head goes at once.
-        Filled f(2, 2);
-        f.queue->nextNode(f.queue->firstNode());
-        f.queue->unregisterReader(f.frames[0].addr());
-        EXPECT_EQ(f.queue->firstNode(), f.frames[1].addr());
-        EXPECT_EQ(f.frames[0]->retain_count(), 1);
-    }
-    {
-        // A has passed two nodes and leaves holding the third: the nodes it passed forget
-        // its pass and stay until both remaining readers have passed them.
-        Filled f(3, 3);
-        RQueue& q = *f.queue;
-        q.unregisterReader(q.nextNode(q.nextNode(q.firstNode())));
-        EXPECT_EQ(f.frames[1]->getReadCount(), 0);
-        q.nextNode(q.firstNode());
-        EXPECT_EQ(q.getNodeCount(), 3);
-        q.nextNode(q.firstNode());
-        EXPECT_EQ(q.firstNode(), f.frames[1].addr());
-    }
-    {
-        // A reader holding nothing takes one pass off every node in the list.
-        Filled f(3, 2);
-        f.queue->nextNode(f.queue->firstNode());
-        f.queue->unregisterReader(nullptr);
-        EXPECT_EQ(f.queue->getReaderCount(), 1);
-        EXPECT_EQ(f.frames[0]->getReadCount(), 0);
-        EXPECT_EQ(f.frames[2]->getReadCount(), -1);
-        EXPECT_EQ(f.queue->getNodeCount(), 3);
-    }
-}
-
-TEST(QueueTest, ClearEmptiesTheListAndKeepsTheRest) {
-    Filled f(4, 1);
-    RQueue& q = *f.queue;
-    q.nextNode(q.firstNode());
-    q.eoq();
-    q.clear();
-    EXPECT_EQ(q.firstNode(), nullptr);
-    EXPECT_EQ(q.getNodeCount(), 0);
-    EXPECT_EQ(q.getFramesPut() + q.getBytesPut() + q.getBytesHeld(), 0u);
-    for (const RPtr<RFrame>& frame : f.frames) {
-        EXPECT_EQ(frame->retain_count(), 1);
-        EXPECT_EQ(frame->getNext(), nullptr);
-    }
-    EXPECT_EQ(q.getReaderCount(), 1);
-    EXPECT_TRUE(q.getEndOfQueue());
-    EXPECT_EQ(q.getFirstReadFrameTime(), 1.0);
-    q.put(f.frames[3].addr());
-    EXPECT_EQ(q.firstNode(), f.frames[3].addr());
-    EXPECT_EQ(q.getBytesHeld(), 10u);
-}
-
 TEST(QueueTest, ReadFrameTimesComeFromTheNewHead) {
     RPtr<RQueue> queue(new RQueue(0, 0, "q"));
     queue->registerReader();
@@ -134,22 +80,4 @@ TEST(QueueTest, ReadFrameTimesComeFromTheNewHead) {
         EXPECT_EQ(queue->getLastReadFrameTime(), last);
         EXPECT_EQ(queue->getFirstReadFrameTime(), 8.0);
     }
-}
-
-TEST(QueueTest, QueueHoldsOneReferenceToItsDescriptionAndNodes) {
-    RPtr<RAudioDescription> first(new RAudioDescription());
-    RPtr<RTextDescription> second(new RTextDescription());
-    Filled f(2, 0);
-    f.queue->setDescription(first.addr());
-    f.queue->setDescription(second.addr());
-    EXPECT_EQ(first->retain_count(), 1);
-    EXPECT_EQ(f.queue->getDescription()->type(), fourcc("text"));
-    // Without readers nothing ever leaves.
-    EXPECT_EQ(f.queue->nextNode(nullptr), nullptr);
-    EXPECT_EQ(f.queue->getNodeCount(), 2);
-
-    f.queue = nullptr;
-    EXPECT_EQ(second->retain_count(), 1);
-    EXPECT_EQ(f.frames[0]->retain_count(), 1);
-    EXPECT_EQ(f.frames[0]->getNext(), nullptr);
 }

@@ -247,37 +247,6 @@ TEST(RTPDescriptionTest, SDPBlocksOfVideoAndAudioStreams) {
     EXPECT_STREQ(audio.getSDP().c_str(), "m=audio 5004/2 RTP/AVP 97\na=rtpmap:97 L16/44100/2\n");
 }
 
-TEST(RTPDescriptionTest, SDPBlockLeavesOutWhatIsNotSet) {
-    RRTPDescription d(new RTextDescription());
-    d.mPayloadType = 96;
-    d.mEncodingName = "H264";
-    d.mEncodingParameters = 2;  // without a clock rate neither number is written
-    d.mPortCount = 0;
-    EXPECT_STREQ(d.getSDP().c_str(), "m=unknown 0 RTP/AVP 96\na=rtpmap:96 H264\n");
-
-    RRTPDescription unassigned(nullptr);
-    unassigned.mProfile = "RTP/SAVP";
-    EXPECT_STREQ(unassigned.getSDP().c_str(),
-                 "m=unknown 0 RTP/SAVP 4294967295\na=rtpmap:4294967295 \n");
-}
-
-TEST(RTPDescriptionTest, CopySharesTheMediaAndCopiesTheRest) {
-    RPtr<RVideoDescription> media(new RVideoDescription());
-    RRTPDescription d(media.addr());
-    d.mSSRC = 42;
-    d.addAttribute("a=x");
-    d.addParameter("p", RPtr<zrbase::object_refcount>(new cmtest::Tracked(3)));
-    RPtr<RRTPDescription> copy(d.copy());
-    EXPECT_EQ(copy->mMediaDescription.addr(), media.addr());
-    EXPECT_EQ(media->retain_count(), 3);
-    EXPECT_EQ(copy->mSSRC, 42u);
-    EXPECT_EQ(copy->getParameter("p"), d.getParameter("p"));
-    d.mAttributes[0] = "a=y";
-    EXPECT_STREQ(copy->mAttributes[0].c_str(), "a=x");
-    EXPECT_STREQ(copy->getSDP().c_str(),
-                 "m=video 0 RTP/AVP 4294967295\na=rtpmap:4294967295 \na=x\n");
-}
-
 // ---------------------------------------------------------------------------------------------
 // Interoperability: an independent decoder reads what pack() produced
 

@@ -13,11 +13,6 @@ std::string sdpOf(const CSDPSessionDescription& session) {
     return session.getSDP()->c_str();
 }
 
-TEST(SDPSessionTest, DefaultSessionWritesTheMandatoryLinesJoinedByCRLF) {
-    const CSDPSessionDescription session;
-    EXPECT_EQ(sdpOf(session), "v=0\r\nn=- 0 0 IN IP4 0.0.0.0 \r\ns=\r\nc=IN IP4 0.0.0.0\r\nt=0 0");
-}
-
 TEST(SDPSessionTest, OptionalLinesAppearInOrderWhenSet) {
     CSDPSessionDescription session("Evening news", "engine");
     session.mSessionId = "42";

@@ -72,24 +72,6 @@ TEST(SNMPTrapTest, IntegersKeepTheirTagAndMissingSignByte) {
               (Bytes{0x02, 0x04, 0x87, 0xD6, 0x12, 0x00}));
 }
 
-TEST(SNMPTrapTest, LengthsTakeTheShortOrTheShortestLongForm) {
-    RSNMPTrap trap;
-    unsigned char* const end = const_cast<unsigned char*>(trap.getPosition());
-    const auto lengthBytes = [&](unsigned int value) {
-        unsigned char* position = end;
-        trap.addLength(position, value);
-        return Bytes(position, end);
-    };
-    EXPECT_EQ(lengthBytes(127), (Bytes{0x7F}));
-    EXPECT_EQ(lengthBytes(128), (Bytes{0x81, 0x80}));
-    EXPECT_EQ(lengthBytes(300), (Bytes{0x82, 0x01, 0x2C}));
-    EXPECT_EQ(lengthBytes(0x1000000), (Bytes{0x84, 0x01, 0x00, 0x00, 0x00}));
-    const std::string text(300, 'a');
-    Bytes expected{0x04, 0x82, 0x01, 0x2C};
-    expected.insert(expected.end(), text.begin(), text.end());
-    EXPECT_EQ(encode([&](RSNMPTrap& t) { t.addOctString(text.c_str()); }), expected);
-}
-
 TEST(SNMPTrapTest, ObjectIdentifiersFromDottedText) {
     EXPECT_EQ(oid("1.3.6.1.2.1.1.3.0"),
               (Bytes{0x06, 0x08, 0x2B, 0x06, 0x01, 0x02, 0x01, 0x01, 0x03, 0x00}));

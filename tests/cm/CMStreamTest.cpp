@@ -76,23 +76,6 @@ TEST(CMStreamTest, FactoryPicksStreamByUriKind) {
     EXPECT_FALSE(RStream::getStream(RURI("x-custom:thing"), 0, 0));  // no reader plug-in
 }
 
-TEST(CMStreamTest, AppendSeeksSourceBeforeEveryBlockAndRestoresIt) {
-    RPtr<RecordingStream> source(new RecordingStream(bytes(150000), 1234));
-    RPtr<RecordingStream> sink(new RecordingStream({}));
-    EXPECT_EQ(sink->append(source.addr()), 1234);
-    EXPECT_EQ(source->mReads, (std::vector<long long>{65536, 65536, 18928, 0}));
-    EXPECT_EQ(
-        source->mSeeks,
-        (Seeks{{0, 1}, {0, 0}, {0, 1}, {0, 0}, {65536, 0}, {131072, 0}, {150000, 0}, {1234, 0}}));
-    EXPECT_TRUE(sink->mContent == bytes(150000));
-
-    RPtr<RecordingStream> failing(new RecordingStream(bytes(10), 3));
-    failing->mScript = {-1};
-    sink->mWrites.clear();
-    EXPECT_EQ(sink->append(failing.addr()), 3);
-    EXPECT_TRUE(sink->mWrites.empty());  // a failed read ends append
-}
-
 TEST(CMStreamTest, PlusEqualsReadsSequentiallyAndStopsOnlyAtZero) {
     RPtr<RecordingStream> source(new RecordingStream(bytes(150000), 99));
     RPtr<RecordingStream> sink(new RecordingStream({}));

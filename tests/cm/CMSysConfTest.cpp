@@ -75,43 +75,6 @@ TEST(SysConfTest, FlattensElementsIntoDottedKeysAndAccumulatesRepeats) {
     EXPECT_EQ(conf.get_value("common.dir", ""), "z");
 }
 
-TEST(SysConfTest, FailedLoadsKeepWhatWasReadAndMayBeRetried) {
-    cmtest::TempDir dir;
-    sys_conf& conf = sys_conf::instance();
-    EXPECT_FALSE(conf.load_file(dir.file("missing.xml").c_str(), ""));
-
-    // Not valid against its DTD: what was read before the error stays. The reader parses
-    // ahead, so the error stands well after the first elements.
-    write(dir, "cfg.dtd", kDtd);
-    std::string body;
-    for (int i = 0; i < 2000; ++i) {
-        body += "<dir>kept</dir>\n";
-    }
-    const std::string invalid = write(dir, "invalid.xml", R"(<?xml version="1.0"?>
-<!DOCTYPE cfg SYSTEM "cfg.dtd">
-<cfg><common>)" + body + "<undeclared>x</undeclared></common></cfg>");
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(conf.load_file(invalid.c_str(), ""));
-    testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(conf.is_config_loaded());
-    std::vector<std::string> kept;
-    conf.get_array(kept, "common.dir", ';');
-    ASSERT_FALSE(kept.empty());
-    EXPECT_LT(kept.size(), 2000u);
-    EXPECT_EQ(kept.front(), "kept");
-
-    const std::string broken = write(dir, "broken.xml", "<cfg><common><dir>x</common>");
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(conf.load_file(broken.c_str(), ""));
-    testing::internal::GetCapturedStderr();
-
-    // Without validation the undeclared element is read; "@" in the path is the root.
-    conf.set_validation(false);
-    write(dir, "plain.xml", "<x><common><undeclared>y</undeclared></common></x>");
-    EXPECT_TRUE(conf.load_file("@plain.xml", (dir.path() + "/").c_str()));
-    EXPECT_EQ(conf.get_value("common.undeclared", ""), "y");
-}
-
 TEST(SysConfTest, SelfClosingElementIsNeverLeft) {
     cmtest::TempDir dir;
     sys_conf& conf = sys_conf::instance();

@@ -23,51 +23,6 @@ int parse(const std::string& line, Y4MFormat& format) {
 
 }  // namespace
 
-TEST(Y4MFormatTest, HeadersOfEveryLayoutParseAndWriteBack) {
-    Y4MFormat f;
-    // As ffmpeg writes it: odd sizes, interlacing, aspect and an extension.
-    ASSERT_EQ(parse("YUV4MPEG2 W65 H49 F30000:1001 Ip A0:0 C420jpeg XYSCSS=420JPEG", f), kResultOK);
-    EXPECT_EQ(f.picture.width, 65u);
-    EXPECT_EQ(f.picture.height, 49u);
-    EXPECT_EQ(f.picture.chroma, kPlanar420);
-    EXPECT_EQ(f.rateNumerator, 30000u);
-    EXPECT_EQ(f.rateDenominator, 1001u);
-    EXPECT_EQ(f.picture.chromaWidth(), 33u);
-    EXPECT_EQ(f.picture.chromaHeight(), 25u);
-    EXPECT_EQ(f.picture.frameBytes(), 65u * 49 + 2 * 33 * 25);
-    EXPECT_EQ(makeY4MHeader(f), "YUV4MPEG2 W65 H49 F30000:1001 C420jpeg\n");
-
-    const struct {
-        const char* line;
-        unsigned int chroma;
-        unsigned long long frameBytes;
-    } layouts[] = {
-        {"YUV4MPEG2 W5 H3 F25:1", kPlanar420, 15 + 2 * 3 * 2},
-        {"YUV4MPEG2 C420mpeg2 W5 H3 F25:1", kPlanar420, 15 + 2 * 3 * 2},
-        {"YUV4MPEG2 W5 H3 F25:1 C420paldv", kPlanar420, 15 + 2 * 3 * 2},
-        {"YUV4MPEG2 W5 H3 F25:1 C422", kPlanar422, 15 + 2 * 3 * 3},
-        {"YUV4MPEG2 W5 H3 F25:1 C444 Q7", kPlanar444, 15 * 3},
-    };
-    for (const auto& l : layouts) {
-        Y4MFormat g;
-        ASSERT_EQ(parse(l.line, g), kResultOK);
-        EXPECT_EQ(g.picture.chroma, l.chroma) << l.line;
-        EXPECT_EQ(g.picture.frameBytes(), l.frameBytes) << l.line;
-        Y4MFormat again;
-        std::string header = makeY4MHeader(g);
-        header.pop_back();
-        ASSERT_EQ(parse(header, again), kResultOK);
-        EXPECT_EQ(again.picture.chroma, g.picture.chroma);
-        EXPECT_EQ(again.picture.frameBytes(), g.picture.frameBytes());
-    }
-
-    EXPECT_TRUE(isY4MFrameHeader("FRAME"));
-    EXPECT_TRUE(isY4MFrameHeader("FRAME Ip Xcomment"));
-    EXPECT_FALSE(isY4MFrameHeader("FRAMES"));
-    EXPECT_FALSE(isY4MFrameHeader("FRAM"));
-    EXPECT_FALSE(isY4MFrameHeader(""));
-}
-
 TEST(Y4MFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
     const struct {
         const char* line;
