@@ -47,10 +47,11 @@ constexpr unsigned int kVideo = ZR::fourcc("vide");
 constexpr unsigned int kAudio = ZR::fourcc("audi");
 constexpr unsigned int kLinearPCM = ZR::fourcc("lpcm");
 // The packetizers' output queues hold this many RTP frames. Nothing reads them until every
-// packetizer has described its stream, and an encoder's first frame (which its packetizer
-// describes the stream from) comes only after it has taken in its look-ahead: seconds of
-// pictures at its slower presets. Meanwhile the other branches must not block the importer
-// that feeds them all; RTP frames are compressed media, so seconds of them are small.
+// packetizer has described its stream from its first frame, which comes only once the
+// decoder and encoder before it have taken in what they hold back (the look-ahead of an
+// encoder not tuned for zero latency is seconds of pictures). Meanwhile the other branches
+// must not block the importer that feeds them all; RTP frames are compressed media, so
+// seconds of them are small.
 constexpr int kPacketQueueHigh = 1024;
 // The first payload type of the streams; stream i gets the next i-th.
 constexpr int kFirstPayloadType = 96;
