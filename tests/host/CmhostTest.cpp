@@ -439,6 +439,8 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
         {"info", "missing MEDIA", "usage: cmhost info MEDIA"},
         {"generate tone", "missing OUTPUT", "usage: cmhost generate tone OUTPUT "},
         {"stream " + dir.file("t.wav"), "missing --rtp HOST:PORT", "usage: cmhost stream INPUT "},
+        {"stream " + dir.file("t.wav") + " --rtp 127.0.0.1:9 --audio mp3",
+         "--audio is aac or opus, not mp3", "usage: cmhost stream INPUT "},
         {"convert --bogus a b", "unknown option --bogus", "usage: cmhost convert "},
         {"nosuch", "unknown command nosuch", "usage: cmhost [--config FILE] "},
         {"", "missing COMMAND (cmhost --help lists them)", "usage: cmhost [--config FILE] "},
