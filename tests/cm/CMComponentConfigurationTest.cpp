@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-
 using cmtest::bytesOf;
 using cmtest::Wire;
 using ZR::CData;
@@ -52,16 +51,8 @@ TEST(ComponentConfigurationTest, StreamFormsWriteInKeyOrderAndReadOnlyAbsentKeys
     exporter.setMetaValue("author", "Me");
     CData full;
     full << exporter;
-    EXPECT_EQ(bytesOf(full), Wire()
-                                 .u32(1)
-                                 .str("a")
-                                 .str("1")
-                                 .u32(2)
-                                 .str("author")
-                                 .str("Me")
-                                 .str("title")
-                                 .str("Film")
-                                 .bytes);
+    const Wire meta = Wire().u32(2).str("author").str("Me").str("title").str("Film");
+    EXPECT_EQ(bytesOf(full), Wire().u32(1).str("a").str("1").append(meta).bytes);
     RExporterConfiguration back;
     back.setMetaValue("title", "Kept");
     full.rewind();

@@ -23,10 +23,6 @@ using ZR::CM::RQueue;
 
 namespace {
 
-RPtr<RQueue> makeQueue(int low, int high) {
-    return new RQueue(low, high, ZR::CString("q"));
-}
-
 std::vector<RQueue*> queues(std::initializer_list<RQueue*> list) {
     return list;
 }
@@ -108,7 +104,7 @@ TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
     const int liveBefore = cmtest::Tracked::live();
     const unsigned int kFrames = 5000;
     {
-        ThreeStages stages(kFrames, makeQueue(4, 16), makeQueue(2, 8));
+        ThreeStages stages(kFrames, cmtest::makeQueue(4, 16), cmtest::makeQueue(2, 8));
         const auto& [first, second, producer, filter, consumer] = stages;
         EXPECT_EQ(producer->join(), 0);
         EXPECT_EQ(filter->join(), 0);
@@ -133,7 +129,7 @@ TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
 // The run loop ends only the first of several outputs; a component without inputs goes
 // straight to flush().
 TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
-    RPtr<RQueue> a = makeQueue(0, 0), b = makeQueue(0, 0);
+    RPtr<RQueue> a = cmtest::makeQueue(0, 0), b = cmtest::makeQueue(0, 0);
     RPtr<Producer> producer(new Producer(3, smallFrames));
     std::vector<RQueue*> none, outs = queues({a.addr(), b.addr()});
     producer->init(none, outs);
@@ -151,7 +147,7 @@ TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
 // The input has ended but still holds frames the filter has not read: the loop goes on
 // until it has read them all.
 TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) {
-    RPtr<RQueue> in = makeQueue(0, 0), out = makeQueue(0, 0);
+    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
     RPtr<PassFilter> filter(new PassFilter);
     std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
     filter->init(ins, outs);
@@ -172,7 +168,7 @@ TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) 
 // A filter waits on an empty input while its output holds frames; "rstr" reaches it in the
 // wait, rewinds its reader and empties its output, and it goes on working afterwards.
 TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
-    RPtr<RQueue> in = makeQueue(0, 0), out = makeQueue(0, 0);
+    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
     RPtr<PassFilter> filter(new PassFilter);
     std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
     filter->init(ins, outs);
@@ -207,7 +203,7 @@ TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
 TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
     const int liveBefore = cmtest::Tracked::live();
     {
-        ThreeStages stages(3000, makeQueue(2, 8), makeQueue(2, 8));
+        ThreeStages stages(3000, cmtest::makeQueue(2, 8), cmtest::makeQueue(2, 8));
         const auto& [first, second, producer, filter, consumer] = stages;
         for (int i = 0; i < 50 && producer->getRunningThreadCount() != 0; ++i) {
             postTo(nullptr, CNotification::kRestart);
@@ -225,7 +221,7 @@ TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
 // The consumer is paused while the producer fills the queue: the consumer holds (the
 // producer ends up blocked at the high limit), and after resume() everything arrives.
 TEST(ComponentControlTest, PauseHoldsAndResumeContinues) {
-    RPtr<RQueue> q = makeQueue(1, 4);
+    RPtr<RQueue> q = cmtest::makeQueue(1, 4);
     RPtr<Producer> producer(new Producer(200, smallFrames));
     RPtr<Consumer> consumer(new Consumer);
     std::vector<RQueue*> none, in = queues({q.addr()});
@@ -252,7 +248,7 @@ TEST(ComponentControlTest, PauseHoldsAndResumeContinues) {
 // description that never comes.
 TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
     {
-        RPtr<RQueue> full = makeQueue(0, 2);
+        RPtr<RQueue> full = cmtest::makeQueue(0, 2);
         RPtr<Producer> producer(new Producer(100, smallFrames));
         std::vector<RQueue*> none, out = queues({full.addr()});
         producer->init(none, out);
@@ -265,7 +261,7 @@ TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
         producer->reset();
     }
     for (const Blocker::Where where : {Blocker::kNextNode, Blocker::kDescription}) {
-        RPtr<RQueue> empty = makeQueue(0, 0);
+        RPtr<RQueue> empty = cmtest::makeQueue(0, 0);
         RPtr<Blocker> blocker(new Blocker(where));
         std::vector<RQueue*> in = queues({empty.addr()}), none;
         blocker->init(in, none);
@@ -282,7 +278,7 @@ TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
 // reset() of a component blocked in its queue aborts and joins the thread before
 // componentWillReset() releases the readers and writers.
 TEST(ComponentControlTest, ResetJoinsBeforeComponentWillReset) {
-    RPtr<RQueue> empty = makeQueue(0, 0);
+    RPtr<RQueue> empty = cmtest::makeQueue(0, 0);
     RPtr<Blocker> blocker(new Blocker(Blocker::kNextNode));
     std::vector<RQueue*> in = queues({empty.addr()}), none;
     blocker->init(in, none);
@@ -303,7 +299,7 @@ void runBareComponent() {
     class Bare : public ZR::CM::CMMultipleQueueComponent {
         unsigned int type() const override { return 0; }
     };
-    RPtr<RQueue> q = makeQueue(0, 0);
+    RPtr<RQueue> q = cmtest::makeQueue(0, 0);
     RPtr<Bare> bare(new Bare);
     std::vector<RQueue*> in = queues({q.addr()});
     std::vector<RQueue*> none;

@@ -97,19 +97,8 @@ TEST(FormatObjectMapTest, StreamFormCarriesRatesNotChannelsAndSurvivesTruncation
     CData data;
     data << map;
     const std::vector<unsigned char> bytes = bytesOf(data);
-    EXPECT_EQ(bytes, Wire()
-                         .u32(2)
-                         .u32(kAvc1)
-                         .u32(kYuv2)
-                         .u32(2)
-                         .u32(25)
-                         .u32(30)
-                         .str("a.so")
-                         .u32(kMp4a)
-                         .u32(kMp4a)
-                         .u32(0)
-                         .str("")
-                         .bytes);
+    Wire expected = Wire().u32(2).u32(kAvc1).u32(kYuv2).u32(2).u32(25).u32(30).str("a.so");
+    EXPECT_EQ(bytes, expected.u32(kMp4a).u32(kMp4a).u32(0).str("").bytes);
 
     RFormatObjectMap back;
     back.set(kMp4v, kMp4v, RString("kept.so"), kAny, kAny);

@@ -29,6 +29,17 @@ sys_conf& conf() {
     return sys_conf::instance();
 }
 
+// A loopback UDP socket that the default logger's UDP destination, taking every priority,
+// sends to.
+int udpDestination() {
+    int port = 0;
+    const int udp = cmtest::loopbackServer(SOCK_DGRAM, &port);
+    conf().set_value("common.logging.udp-host", "127.0.0.1");
+    conf().set_int("common.loggin.udp-port", port);
+    conf().set_int("common.logging.udp-priority", 7);
+    return udp;
+}
+
 std::vector<std::string> lines(const std::string& path) {
     std::ifstream in(path);
     std::vector<std::string> found;
@@ -61,11 +72,7 @@ TEST(LoggerTest, EachDestinationFiltersByItsOwnThreshold) {
     tzset();
     conf().set_value("common.logging.filelog-path", dir.path().c_str());
     conf().set_int("common.logging.filelog-priority", 3);
-    int port = 0;
-    const int udp = cmtest::loopbackServer(SOCK_DGRAM, &port);
-    conf().set_value("common.logging.udp-host", "127.0.0.1");
-    conf().set_int("common.loggin.udp-port", port);
-    conf().set_int("common.logging.udp-priority", 7);
+    const int udp = udpDestination();
 
     RLogger* const logger = RLogger::getDefault();
     EXPECT_EQ(logger->log(3, kTime, "important"), 0);
@@ -78,11 +85,7 @@ TEST(LoggerTest, EachDestinationFiltersByItsOwnThreshold) {
 }
 
 TEST(LoggerTest, FormattedMessagesAreCutTo2047Characters) {
-    int port = 0;
-    const int udp = cmtest::loopbackServer(SOCK_DGRAM, &port);
-    conf().set_value("common.logging.udp-host", "127.0.0.1");
-    conf().set_int("common.loggin.udp-port", port);
-    conf().set_int("common.logging.udp-priority", 7);
+    const int udp = udpDestination();
     RLogger* const logger = RLogger::getDefault();
     const std::string text(3000, 'm');
     logger->logf(1, "%s", text.c_str());

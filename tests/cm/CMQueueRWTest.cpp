@@ -21,17 +21,31 @@ using ZR::CM::RQueue;
 
 namespace {
 
-RPtr<RQueue> makeQueue(int low, int high) {
-    return new RQueue(low, high, ZR::CString("q"));
-}
-
-RPtr<const RAudioDescription> stereo16(double rate) {
+RPtr<RAudioDescription> stereo16(double rate, unsigned int channels = 2) {
     auto* d = new RAudioDescription;
-    d->mChannels = 2;
+    d->mChannels = channels;
     d->mBytesPerSample = 2;
     d->mSampleRate = rate;
     return d;
 }
+
+std::vector<unsigned char> randomBytes(size_t size, unsigned int seed) {
+    std::vector<unsigned char> bytes(size);
+    std::mt19937 random(seed);
+    for (auto& byte : bytes) {
+        byte = static_cast<unsigned char>(random());
+    }
+    return bytes;
+}
+
+// A queue with one writer and one reader, neither tied to a component.
+struct Pipe {
+    explicit Pipe(int low = 0, int high = 0)
+        : q(cmtest::makeQueue(low, high)), writer(q.addr(), nullptr), reader(q.addr(), nullptr) {}
+    RPtr<RQueue> q;
+    RQFrameWriter writer;
+    RQFrameReader reader;
+};
 
 }  // namespace
 
@@ -47,7 +61,7 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
     const size_t kKept = 100;  // shared frames a reader holds on to, the last ones it read
     for (const int readers : {1, 2, 4}) {
         for (const bool limited : {false, true}) {
-            RPtr<RQueue> q = limited ? makeQueue(16, 64) : makeQueue(0, 0);
+            RPtr<RQueue> q = limited ? cmtest::makeQueue(16, 64) : cmtest::makeQueue(0, 0);
             std::vector<RPtr<RQFrameReader>> readerObjects;
             for (int r = 0; r < readers; ++r) {
                 readerObjects.emplace_back(new RQFrameReader(q.addr(), nullptr));
@@ -108,7 +122,7 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
 // With high 4 and low 1, a waiting reader sleeps through three puts and wakes at the
 // fourth; a fifth put blocks until the reader has brought the queue down to one node.
 TEST(QueueRWTest, LimitsWakeReadersAtHighAndWritersAtLow) {
-    RPtr<RQueue> q = makeQueue(1, 4);
+    RPtr<RQueue> q = cmtest::makeQueue(1, 4);
     RQFrameReader reader(q.addr(), nullptr);
     RQFrameWriter writer(q.addr(), nullptr);
     std::atomic<int> taken{0};
@@ -150,7 +164,7 @@ TEST(QueueRWTest, LimitsWakeReadersAtHighAndWritersAtLow) {
 // once both have asked for the one after it. A reader made on a filled queue starts at the
 // head; one destroyed while holding the head lets it go.
 TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
-    RPtr<RQueue> q = makeQueue(0, 0);
+    RPtr<RQueue> q = cmtest::makeQueue(0, 0);
     RQFrameWriter writer(q.addr(), nullptr);
     writer.put(makeNumberedFrame(0, 8));
     writer.put(makeNumberedFrame(1, 8));
@@ -183,7 +197,7 @@ TEST(QueueRWTest, ReadersShareNodesButGetTheirOwnCopies) {
 TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
     const int liveBefore = cmtest::Tracked::live();
     {
-        RPtr<RQueue> q = makeQueue(0, 0);
+        RPtr<RQueue> q = cmtest::makeQueue(0, 0);
         std::vector<RQueue*> none;
         std::vector<RQueue*> queue{q.addr()};
         RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
@@ -239,10 +253,10 @@ TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
 // nothing and stays there with its count; one that held a node the clear released starts
 // again at the head, counting afresh.
 TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter writer(q.addr(), nullptr);
-    RQFrameReader finished(q.addr(), nullptr);
-    RQFrameReader holding(q.addr(), nullptr);
+    Pipe p;
+    RQFrameWriter& writer = p.writer;
+    RQFrameReader& finished = p.reader;
+    RQFrameReader holding(p.q.addr(), nullptr);
     for (unsigned int i = 0; i < 3; ++i) {
         writer.put(makeNumberedFrame(i, 8));
     }
@@ -269,7 +283,7 @@ TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
         while (reader->nextNode()) {
         }
     }
-    EXPECT_EQ(q->getNodeCount(), 0);
+    EXPECT_EQ(p.q->getNodeCount(), 0);
 }
 
 // A shared read hands out the queued frame itself, and the reader's reference keeps it
@@ -277,9 +291,8 @@ TEST(QueueRWTest, ClearKeepsAFinishedReaderAtTheEndAndRestartsAHoldingOne) {
 // starts at the head of the emptied queue, and the end gives null as nextFrame() does.
 TEST(QueueRWTest, SharedReadHandsOutTheQueuedFrameAndKeepsItAlive) {
     const int liveBefore = cmtest::Tracked::live();
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter writer(q.addr(), nullptr);
-    RQFrameReader reader(q.addr(), nullptr);
+    Pipe p;
+    auto& [q, writer, reader] = p;
     writer.put(makeNumberedFrame(0, 64));
     writer.put(makeNumberedFrame(1, 64));
     RPtr<const RFrame> held = reader.nextSharedFrame();
@@ -298,13 +311,12 @@ TEST(QueueRWTest, SharedReadHandsOutTheQueuedFrameAndKeepsItAlive) {
 // The description: writers publish it and wake readers that wait for it; a writer's
 // getDescriptionP never waits.
 TEST(QueueRWTest, DescriptionWakesWaitingReaders) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter writer(q.addr(), nullptr);
-    RQFrameReader reader(q.addr(), nullptr);
+    Pipe p;
+    RQFrameWriter& writer = p.writer;
     EXPECT_EQ(writer.getDescriptionP(), nullptr);
     const ZR::CM::RDescription* seen = nullptr;
-    std::thread t([&] { seen = reader.getDescriptionP(); });
-    waitUntil([&] { return q->getReadersWaiting() == 1; });
+    std::thread t([&] { seen = p.reader.getDescriptionP(); });
+    waitUntil([&] { return p.q->getReadersWaiting() == 1; });
     RPtr<const RAudioDescription> d = stereo16(48000);
     writer.setDescription(d);
     t.join();
@@ -328,7 +340,7 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
         std::vector<unsigned int> codes;  // read once the writer thread is joined
         std::atomic<int> handled{0};
     };
-    RPtr<RQueue> q = makeQueue(1, 2);
+    RPtr<RQueue> q = cmtest::makeQueue(1, 2);
     RPtr<Listener> component(new Listener);
     component->initialize();
     RQFrameReader reader(q.addr(), nullptr);
@@ -354,17 +366,11 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
 // Samples written in runs of awkward lengths come out in runs of other awkward lengths
 // byte for byte; frames are cut at 1024 samples with times following the frame counter.
 TEST(SampleAdapterTest, RoundTripsRunsOfAnyLength) {
-    RPtr<RQueue> q = makeQueue(2, 8);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
+    Pipe p(2, 8);
     const unsigned int kSamples = 200003;  // single-channel samples of 2 bytes
-    std::vector<unsigned char> in(kSamples * 2);
-    std::mt19937 random(7);
-    for (auto& byte : in) {
-        byte = static_cast<unsigned char>(random());
-    }
+    const std::vector<unsigned char> in = randomBytes(kSamples * 2, 7);
     std::thread producer([&] {
-        ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
+        ZR::CM::RQSampleWriter writer(&p.writer, 1024);
         writer.setDescription(stereo16(48000));
         writer.setDataFormat(ZR::fourcc("sowt"));
         writer.setStartTime(10.0);
@@ -377,7 +383,7 @@ TEST(SampleAdapterTest, RoundTripsRunsOfAnyLength) {
         }
         writer.end();
     });
-    ZR::CM::RQSampleReader reader(&frameReader);
+    ZR::CM::RQSampleReader reader(&p.reader);
     EXPECT_EQ(reader.getDataFormat(), ZR::fourcc("sowt"));
     EXPECT_EQ(double(reader.getStartTime()), 10.0);
     EXPECT_EQ(reader.getDescription()->mChannels, 2u);
@@ -398,9 +404,8 @@ TEST(SampleAdapterTest, RoundTripsRunsOfAnyLength) {
 }
 
 TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
+    Pipe p;
+    auto& [q, frameWriter, frameReader] = p;
     ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
     writer.setDescription(stereo16(48000));
     std::vector<unsigned char> samples(8192, 0x5A);
@@ -425,9 +430,8 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
 
     EXPECT_THROW(writer.reset(), ZR::CException);
     ZR::CM::RQSampleWriter unconfigured;
-    RPtr<RQueue> other = makeQueue(0, 0);
-    RQFrameWriter otherWriter(other.addr(), nullptr);
-    unconfigured.initWithWriter(&otherWriter, 16);
+    Pipe other;
+    unconfigured.initWithWriter(&other.writer, 16);
     EXPECT_THROW(unconfigured.writeSamples(samples.data(), 1), ZR::CException);
 }
 
@@ -435,23 +439,14 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
 // buffer, or go out first as a frame of their own (timed by the old description) when the
 // new buffer is too small for them. No sample is lost or garbled.
 TEST(SampleAdapterTest, NewDescriptionKeepsTheBufferedSamples) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
-    ZR::CM::RQSampleWriter writer(&frameWriter, 1024);
-    RPtr<RAudioDescription> mono(new RAudioDescription);
-    mono->mChannels = 1;
-    mono->mBytesPerSample = 2;
-    mono->mSampleRate = 8000;
-    std::vector<unsigned char> in(7200);
-    std::mt19937 random(3);
-    for (auto& byte : in) {
-        byte = static_cast<unsigned char>(random());
-    }
+    Pipe p;
+    RQFrameReader& frameReader = p.reader;
+    ZR::CM::RQSampleWriter writer(&p.writer, 1024);
+    const std::vector<unsigned char> in = randomBytes(7200, 3);
 
     writer.setDescription(stereo16(48000));
-    writer.writeSamples(in.data(), 1500);  // 3000 bytes of a 4096-byte buffer
-    writer.setDescription(mono);           // 2048 bytes: too small for them
+    writer.writeSamples(in.data(), 1500);      // 3000 bytes of a 4096-byte buffer
+    writer.setDescription(stereo16(8000, 1));  // 2048 bytes: too small for them
     writer.writeSamples(in.data() + 3000, 100);
     writer.setDescription(stereo16(48000));  // room for the 200 bytes held
     writer.writeSamples(in.data() + 3200, 2000);
@@ -474,9 +469,8 @@ TEST(SampleAdapterTest, NewDescriptionKeepsTheBufferedSamples) {
 // Asking for exactly the rest of a frame takes all of it and steps on to the next frame at
 // once; a request past the end returns what was there.
 TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
+    Pipe p;
+    auto& [q, frameWriter, frameReader] = p;
     frameWriter.setDescription(stereo16(8000));
     for (unsigned int i = 0; i < 2; ++i) {
         std::vector<unsigned char> bytes(40, static_cast<unsigned char>(i + 1));
@@ -494,20 +488,17 @@ TEST(SampleAdapterTest, ReaderStepsOnWhenAFrameIsUsedUp) {
     EXPECT_EQ(reader.readSamples(out.data(), 5), 0u);
 
     // A description without a sample size counts no samples instead of dividing by zero.
-    RPtr<RQueue> unsized = makeQueue(0, 0);
-    RQFrameWriter unsizedWriter(unsized.addr(), nullptr);
-    RQFrameReader unsizedReader(unsized.addr(), nullptr);
-    unsizedWriter.setDescription(RPtr<const ZR::CM::RDescription>(new RAudioDescription));
-    unsizedWriter.put(ZR::CM::RAudioFrame::create(0));
-    unsizedWriter.end();
-    ZR::CM::RQSampleReader zero(&unsizedReader);
+    Pipe unsized;
+    unsized.writer.setDescription(RPtr<const ZR::CM::RDescription>(new RAudioDescription));
+    unsized.writer.put(ZR::CM::RAudioFrame::create(0));
+    unsized.writer.end();
+    ZR::CM::RQSampleReader zero(&unsized.reader);
     EXPECT_EQ(zero.readSamples(out.data(), 5), 5u);
 }
 
 TEST(VideoFrameWriterTest, DurationsComeFromTheNextFrame) {
-    RPtr<RQueue> q = makeQueue(0, 0);
-    RQFrameWriter frameWriter(q.addr(), nullptr);
-    RQFrameReader frameReader(q.addr(), nullptr);
+    Pipe p;
+    auto& [q, frameWriter, frameReader] = p;
     RPtr<ZR::CM::RQVideoFrameWriter> writer(
         ZR::CM::RQVideoFrameWriter::createWithFrameWriter(&frameWriter));
     RPtr<ZR::CM::RVideoDescription> d(new ZR::CM::RVideoDescription);

@@ -87,10 +87,8 @@ TEST(MovieInfoTest, WireFormOfEveryTrackKind) {
     movie->addTrack(text);
 
     Bytes tracks;
-    track(tracks.u32(fourcc("vide")), 1, "vide", 25, 1, 120, 0.25, 1000)
-        .u32(1920)
-        .u32(1080)
-        .u64(29);
+    track(tracks.u32(fourcc("vide")), 1, "vide", 25, 1, 120, 0.25, 1000).u32(1920).u32(1080);
+    tracks.u64(29);
     track(tracks.u32(fourcc("audi")), 2, "audi", 48000, 0, 3, -1.5, 5).u32(2).u32(16).u64(44100);
     track(tracks.u32(fourcc("hint")), 3, "hint", 0, 0, 60, 0.0, 0).u32(96).str("rtp");
     tracks.u32(2).str("a=x").str("b=yy");

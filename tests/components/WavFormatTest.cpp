@@ -148,38 +148,32 @@ TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
     Bytes shortFmt = pcm16;
     shortFmt.resize(14);
 
+    Bytes fmtOnly;
+    putChunk(fmtOnly, "fmt ", pcm16);
+
+    const int kBad = kResultInputMetaDataParseFailed, kUnsupported = kResultNoValidTracks;
     const struct {
         const char* what;
         Bytes file;
         int result;
     } cases[] = {
-        {"not RIFF", notRiff, kResultInputMetaDataParseFailed},
-        {"not WAVE", notWave, kResultInputMetaDataParseFailed},
-        {"data before fmt", riff(dataFirst), kResultInputMetaDataParseFailed},
-        {"two fmt chunks", riff(twoFmt), kResultInputMetaDataParseFailed},
-        {"fmt of 14 bytes", wavWith(shortFmt, samples), kResultInputMetaDataParseFailed},
-        {"block size", wavWith(fmtBody(1, 2, 48000, 16, 2), samples),
-         kResultInputMetaDataParseFailed},
-        {"no channels", wavWith(fmtBody(1, 0, 48000, 16, 0), samples),
-         kResultInputMetaDataParseFailed},
-        {"no rate", wavWith(fmtBody(1, 2, 0, 16, 4), samples), kResultInputMetaDataParseFailed},
-        {"no extension", wavWith(extensibleBody(2, 16, 16, 3, 1, 0), samples),
-         kResultInputMetaDataParseFailed},
-        {"valid bits", wavWith(extensibleBody(2, 16, 20, 3, 1), samples),
-         kResultInputMetaDataParseFailed},
-        {"float", wavWith(fmtBody(3, 2, 48000, 32, 8), samples), kResultNoValidTracks},
-        {"32 bits", wavWith(fmtBody(1, 2, 48000, 32, 8), samples), kResultNoValidTracks},
-        {"12 bits", wavWith(fmtBody(1, 1, 48000, 12, 1), samples), kResultNoValidTracks},
-        {"9 channels", wavWith(fmtBody(1, 9, 48000, 16, 18), samples), kResultNoValidTracks},
-        {"float subformat", wavWith(extensibleBody(2, 32, 32, 3, 3), samples),
-         kResultNoValidTracks},
-        {"no data chunk", riff([&] {
-             Bytes b;
-             putChunk(b, "fmt ", pcm16);
-             return b;
-         }()),
-         kResultInputMetaDataParseFailed},
-        {"empty", Bytes(), kResultInputMetaDataParseFailed},
+        {"not RIFF", notRiff, kBad},
+        {"not WAVE", notWave, kBad},
+        {"data before fmt", riff(dataFirst), kBad},
+        {"two fmt chunks", riff(twoFmt), kBad},
+        {"fmt of 14 bytes", wavWith(shortFmt, samples), kBad},
+        {"block size", wavWith(fmtBody(1, 2, 48000, 16, 2), samples), kBad},
+        {"no channels", wavWith(fmtBody(1, 0, 48000, 16, 0), samples), kBad},
+        {"no rate", wavWith(fmtBody(1, 2, 0, 16, 4), samples), kBad},
+        {"no extension", wavWith(extensibleBody(2, 16, 16, 3, 1, 0), samples), kBad},
+        {"valid bits", wavWith(extensibleBody(2, 16, 20, 3, 1), samples), kBad},
+        {"float", wavWith(fmtBody(3, 2, 48000, 32, 8), samples), kUnsupported},
+        {"32 bits", wavWith(fmtBody(1, 2, 48000, 32, 8), samples), kUnsupported},
+        {"12 bits", wavWith(fmtBody(1, 1, 48000, 12, 1), samples), kUnsupported},
+        {"9 channels", wavWith(fmtBody(1, 9, 48000, 16, 18), samples), kUnsupported},
+        {"float subformat", wavWith(extensibleBody(2, 32, 32, 3, 3), samples), kUnsupported},
+        {"no data chunk", riff(fmtOnly), kBad},
+        {"empty", Bytes(), kBad},
     };
     for (const auto& c : cases) {
         WavFormat format;

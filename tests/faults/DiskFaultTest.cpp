@@ -34,11 +34,6 @@ std::string lineText(int n) {
     return "message " + std::to_string(n) + " " + std::string(90, 'x');
 }
 
-std::string readText(const std::string& path) {
-    const Bytes bytes = cmtest::readFile(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // The end of a long text, for a failure message.
 std::string tail(const std::string& text) {
     return text.substr(text.size() - std::min<std::size_t>(text.size(), 200));
@@ -74,13 +69,13 @@ TEST(DiskFaultTest, FileLogKeepsWholeLinesWhenTheDiskFills) {
             EXPECT_GT(written, 100);
             EXPECT_EQ(log.log(6, kTime, lineText(written).c_str()), -1);  // still no room
             const std::string path = disk.file("app.log");
-            std::string text = readText(path);
+            std::string text = cmtest::readText(path);
             EXPECT_TRUE(text == linesOf(0, written)) << "the file ends with: " << tail(text);
             EXPECT_EQ(log.getCurrentSize(), linesOf(0, written).size());
 
             disk.makeRoom();
             EXPECT_EQ(log.log(6, kTime, lineText(written).c_str()), 0);
-            text = readText(path);
+            text = cmtest::readText(path);
             EXPECT_TRUE(text == linesOf(0, written + 1)) << "the file ends with: " << tail(text);
         }
     }

@@ -1,6 +1,7 @@
 // Component modules that fail: one that throws from its configure(), process() or
 // flush(), loaded by the component manager and run in a pipeline, in the library and in
 // cmhost; and modules that cannot be loaded at all.
+#include "support/ComponentDirectory.h"
 #include "support/TestComponents.h"
 #include "support/TestSupport.h"
 
@@ -15,8 +16,6 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -25,38 +24,16 @@ using namespace ZR::CM;
 
 namespace {
 
-// A component directory with the build's WAV importer and exporter, and the test modules
-// installed as filters: faulty.filter, needsabsent.filter and noentry.filter.
-class ComponentDirectory {
-public:
+// The build's WAV importer and exporter, and the test modules installed as filters:
+// faulty.filter, needsabsent.filter and noentry.filter.
+struct ComponentDirectory : cmtest::ComponentDirectory {
     ComponentDirectory() {
-        for (const char* name : {"wav.importer", "wav.exporter"}) {
-            std::filesystem::create_directory_symlink(
-                CM_COMPONENT_BUILD_DIR "/" + std::string(name), mDir.file(name));
-        }
-        install("faulty", CM_TEST_FAULTY_MODULE);
-        install("needsabsent", CM_TEST_NEEDSABSENT_MODULE);
-        install("noentry", CM_TEST_NOENTRY_MODULE);
-        std::ofstream(mDir.file("cm.conf"))
-            << "<!DOCTYPE cm-config SYSTEM \"" CM_SOURCE_DIR "/data/cm-config.dtd\">"
-            << "<cm-config><common><component-path>" << mDir.path()
-            << "</component-path><dtd-path>" CM_SOURCE_DIR "/data</dtd-path></common></cm-config>";
+        link("wav.importer");
+        link("wav.exporter");
+        installFilter("faulty.filter", "faulty.so", CM_TEST_FAULTY_MODULE);
+        installFilter("needsabsent.filter", "needsabsent.so", CM_TEST_NEEDSABSENT_MODULE);
+        installFilter("noentry.filter", "noentry.so", CM_TEST_NOENTRY_MODULE);
     }
-    const std::string& path() const { return mDir.path(); }
-    std::string file(const std::string& name) const { return mDir.file(name); }
-
-private:
-    void install(const std::string& name, const char* module) {
-        const std::string dir = mDir.file(name + ".filter");
-        std::filesystem::create_directories(dir + "/" CM_PLATFORM_DIR);
-        std::filesystem::copy_file(module, dir + "/" CM_PLATFORM_DIR "/" + name + ".filter.so");
-        std::ofstream(dir + "/info.xml")
-            << "<?xml version=\"1.0\"?>\n<info><common><name>" << name
-            << "</name><type>filter</type><media>audio</media></common><objects><object name=\""
-            << name << ".filter.so\"><in>lpcm</in></object></objects><filter/></info>\n";
-    }
-
-    cmtest::TempDir mDir;
 };
 
 RComponentManager& scannedManager(const ComponentDirectory& components) {
@@ -175,9 +152,9 @@ struct HostRun {
 // cmhost over the test's component directory, bounded by a time-out of its own so that a
 // hang reads as one.
 HostRun cmhost(const ComponentDirectory& components, const std::string& args) {
-    const std::string err = components.file("err.txt");
+    const std::string err = components.configuration() + ".err";
     const int raw = std::system(("timeout -s KILL 60 " CMHOST_PATH " --config " +
-                                 components.file("cm.conf") + " " + args + " >/dev/null 2>" + err)
+                                 components.configuration() + " " + args + " >/dev/null 2>" + err)
                                     .c_str());
     HostRun run;
     if (WIFEXITED(raw)) {
@@ -185,8 +162,7 @@ HostRun cmhost(const ComponentDirectory& components, const std::string& args) {
         // sh reports a child killed by a signal as 128 plus the signal.
         (status > 128 ? run.signal : run.exitStatus) = status > 128 ? status - 128 : status;
     }
-    std::ifstream in(err);
-    run.err.assign(std::istreambuf_iterator<char>(in), {});
+    run.err = cmtest::readText(err);
     return run;
 }
 
@@ -198,7 +174,8 @@ HostRun cmhost(const ComponentDirectory& components, const std::string& args) {
 // process, printing what it threw, whatever it threw.
 TEST(ModuleFaultTest, CmhostReportsAFilterThatThrows) {
     const ComponentDirectory components;
-    const std::string tone = components.file("tone.wav"), out = components.file("out.wav");
+    const cmtest::TempDir dir;
+    const std::string tone = dir.file("tone.wav"), out = dir.file("out.wav");
     ASSERT_EQ(cmhost(components, "generate tone " + tone + " --seconds 5").exitStatus, 0);
 
     HostRun run = cmhost(components, "convert " + tone + " " + out +

@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -32,11 +31,6 @@ namespace {
 void resetOnClose(int fd) {
     const linger abortive{1, 0};
     setsockopt(fd, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace
@@ -93,7 +87,7 @@ TEST(NetworkFaultTest, TCPLogPeerThatResetsMidMessageLeavesTheOtherDestinations)
     EXPECT_EQ(cmtest::receiveWaiting(udp),
               (std::vector<std::string>{std::string("before\0", 7), std::string("after\0", 6),
                                         std::string("and after\0", 10)}));
-    const std::string file = readText(dir.file("app.log"));
+    const std::string file = cmtest::readText(dir.file("app.log"));
     EXPECT_NE(file.find(" before\n"), std::string::npos);
     EXPECT_NE(file.find(" " + big + "\n"), std::string::npos);
     EXPECT_NE(file.find(" and after\n"), std::string::npos);

@@ -40,11 +40,6 @@ struct Report {
     std::string text;
 };
 
-std::string readText(const std::string& path) {
-    const cmtest::Bytes bytes = cmtest::readFile(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // A directory the unprivileged user owns, inside one the test owns.
 std::string unprivilegedDirectory(const cmtest::TempDir& dir, const std::string& name) {
     chmod(dir.path().c_str(), 0755);
@@ -79,7 +74,8 @@ TEST(PermissionFaultTest, ReadOnlyLogDirectoryLosesNoLines) {
         }
         // Before the change the log rotated once; after it, every line stays in the active
         // file.
-        const std::string all = readText(logs + "/app.1.log") + readText(logs + "/app.log");
+        const std::string all =
+            cmtest::readText(logs + "/app.1.log") + cmtest::readText(logs + "/app.log");
         r.check(all == expected, "the log holds:\n" + all);
         return r.text;
     });

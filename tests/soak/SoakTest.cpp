@@ -242,14 +242,8 @@ int threadCount() {
 }
 
 template <typename T>
-T envOr(const char* name, T fallback) {
-    const char* text = std::getenv(name);
-    if (!text || !*text) {
-        return fallback;
-    }
-    std::istringstream in(text);
-    T value = fallback;
-    in >> value;
+T envOr(const char* name, T value) {
+    std::istringstream(std::getenv(name) ? std::getenv(name) : "") >> value;
     return value;
 }
 
@@ -331,24 +325,15 @@ public:
         const int events = pick(0, 6);
         for (int i = 0; i < events; ++i) {
             std::this_thread::sleep_for(std::chrono::microseconds(pick(0, 3000)));
-            switch (pick(0, 3)) {
-                case 0:
-                    any()->pause();
-                    break;
-                case 1:
-                    any()->resume();
-                    break;
-                default:
-                    if (chance(2)) {
-                        waitForABlockedStage();
-                    }
-                    if (staggered) {
-                        resetStaggered();
-                    } else {
-                        resetAll();
-                    }
-                    break;
+            const int event = pick(0, 3);  // pause, resume, or (one time in two) a reset
+            if (event < 2) {
+                event == 0 ? any()->pause() : any()->resume();
+                continue;
             }
+            if (chance(2)) {
+                waitForABlockedStage();
+            }
+            staggered ? resetStaggered() : resetAll();
         }
         if (staggered || chance(3)) {
             mAborted = true;
@@ -481,19 +466,9 @@ private:
     RPtr<RQueue> newQueue() {
         // A reader holds the node it was handed until it steps past it, so a limited queue
         // needs a low limit of at least 1 and room for two nodes to make progress.
-        int low = 0, high = 0;
-        switch (pick(0, 2)) {
-            case 1:
-                low = pick(1, 3);
-                high = low + pick(1, 4);
-                break;
-            case 2:
-                low = pick(1, 64);
-                high = low + pick(1, 128);
-                break;
-            default:
-                break;
-        }
+        const int kind = pick(0, 2);  // without limits, with small ones or with large ones
+        const int low = kind == 0 ? 0 : pick(1, kind == 1 ? 3 : 64);
+        const int high = kind == 0 ? 0 : low + pick(1, kind == 1 ? 4 : 128);
         mShape << " [" << low << "/" << high << "]>";
         return new SoakQueue(low, high);
     }
@@ -562,30 +537,23 @@ private:
     // A pipeline that hangs cannot be cleaned up: describe it and end the process.
     void waitOrDie(const std::function<bool()>& done, const char* what) {
         const auto until = Clock::now() + std::chrono::seconds(60);
-        while (!done()) {
-            if (Clock::now() > until) {
-                std::fprintf(stderr, "pipeline %s: %s\n", what, shape().c_str());
-                for (const Edge& e : mEdges) {
-                    std::fprintf(stderr,
-                                 "  queue [%d/%d]: %d nodes, %s, %d readers waiting, %d writers "
-                                 "waiting\n",
-                                 e.queue->getLowLimit(), e.queue->getHighLimit(),
-                                 e.queue->getNodeCount(),
-                                 e.queue->getEndOfQueue() ? "ended" : "open",
-                                 e.queue->getReadersWaiting(), e.queue->getWritersWaiting());
-                }
-                for (const Stage* s : mStages) {
-                    std::fprintf(
-                        stderr, "  stage %p: %d inputs, %d outputs, %s, %s, %d pending, %zu read\n",
-                        static_cast<const void*>(s), static_cast<int>(s->mReads.size()),
-                        static_cast<int>(s->mPuts.size()),
-                        s->getRunningThreadCount() ? "running" : "ended",
-                        s->isPaused() ? "paused" : "not paused", s->getPendingNotificationCount(),
-                        s->mForwarded.size());
-                }
-                std::abort();
+        for (; !done(); std::this_thread::sleep_for(std::chrono::microseconds(200))) {
+            if (Clock::now() < until) {
+                continue;
             }
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            std::fprintf(stderr, "pipeline %s: %s\n", what, shape().c_str());
+            for (const Edge& e : mEdges) {  // nodes, ended, readers and writers waiting
+                std::fprintf(stderr, "  queue [%d/%d]: %d %d %d %d\n", e.queue->getLowLimit(),
+                             e.queue->getHighLimit(), e.queue->getNodeCount(),
+                             e.queue->getEndOfQueue(), e.queue->getReadersWaiting(),
+                             e.queue->getWritersWaiting());
+            }
+            for (const Stage* s : mStages) {  // running, paused, notifications pending, read
+                std::fprintf(stderr, "  stage %zu in, %zu out: %d %d %d %zu\n", s->mReads.size(),
+                             s->mPuts.size(), s->getRunningThreadCount(), s->isPaused(),
+                             s->getPendingNotificationCount(), s->mForwarded.size());
+            }
+            std::abort();
         }
     }
 

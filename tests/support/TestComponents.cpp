@@ -42,6 +42,10 @@ bool hasNumberedContent(const ZR::CM::RFrame& frame) {
     return true;
 }
 
+ZR::RPtr<ZR::CM::RQueue> makeQueue(int low, int high) {
+    return new ZR::CM::RQueue(low, high, ZR::CString("q"));
+}
+
 Producer::Producer(unsigned int count, std::function<unsigned int(unsigned int)> sizeOf)
     : mCount(count), mSizeOf(std::move(sizeOf)) {}
 

@@ -21,6 +21,8 @@ namespace cmtest {
 ZR::RPtr<ZR::CM::RFrame> makeNumberedFrame(unsigned int sequence, unsigned int size);
 // True when the frame's bytes are those makeNumberedFrame wrote for its frame number.
 bool hasNumberedContent(const ZR::CM::RFrame& frame);
+// A queue named "q" with the given limits.
+ZR::RPtr<ZR::CM::RQueue> makeQueue(int low, int high);
 
 // No inputs: its run loop goes straight to flush(), which writes `count` numbered frames
 // of sizes chosen by `sizeOf(sequence)` to its first output.

@@ -30,10 +30,6 @@ struct Wire {
         bytes.insert(bytes.end(), text, text + size);
         return *this;
     }
-    Wire& raw(const char* text) {  // bytes alone, without size or NUL
-        bytes.insert(bytes.end(), text, text + std::strlen(text));
-        return *this;
-    }
     Wire& append(const Wire& more) {
         bytes.insert(bytes.end(), more.bytes.begin(), more.bytes.end());
         return *this;
