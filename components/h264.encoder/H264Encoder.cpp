@@ -15,6 +15,9 @@ const EncoderSpec& h264EncoderSpec() {
             {"preset", Kind::kChoice, 0, 0, kX26xPresets, Target::kCodecPrivate, "preset", nullptr},
             {"profile", Kind::kChoice, 0, 0, "baseline main high high10 high422 high444",
              Target::kCodecPrivate, "profile", nullptr},
+            {"tune", Kind::kChoice, 0, 0,
+             "film animation grain stillimage psnr ssim fastdecode zerolatency",
+             Target::kCodecPrivate, "tune", nullptr},
         }),
     };
     return spec;

@@ -7,6 +7,8 @@
 //   "preset"   ultrafast, superfast, veryfast, faster, fast, medium (default), slow, slower,
 //              veryslow or placebo
 //   "profile"  baseline, main, high, high10, high422 or high444; it must fit the input
+//   "tune"     film, animation, grain, stillimage, psnr, ssim, fastdecode or zerolatency;
+//              zerolatency puts out each picture as soon as it is in, without B-frames
 //   "bitrate"  bits per second, 1000 to 1000000000: average bit rate instead of quality
 //   "keyint"   the most frames from one key frame to the next, 1 to 100000
 //   "threads"  0 (default: as many as libx264 finds useful) to 64

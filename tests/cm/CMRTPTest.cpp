@@ -5,6 +5,7 @@
 
 #include "support/Loopback.h"
 #include "support/MediaTools.h"
+#include "support/RTPPackets.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -250,42 +250,6 @@ TEST(RTPDescriptionTest, SDPBlocksOfVideoAndAudioStreams) {
 // ---------------------------------------------------------------------------------------------
 // Interoperability: an independent decoder reads what pack() produced
 
-void putBigEndian16(Bytes* out, unsigned int value) {
-    out->push_back(static_cast<unsigned char>(value >> 8));
-    out->push_back(static_cast<unsigned char>(value));
-}
-
-// Writes datagrams as a pcap file of raw IPv4/UDP packets from 127.0.0.1:srcPort to dstPort.
-void writePcap(const std::string& path, const std::vector<Bytes>& datagrams, int srcPort,
-               int dstPort) {
-    std::ofstream out(path, std::ios::binary);
-    const std::uint32_t global[] = {0xa1b2c3d4, 2 | 4u << 16, 0, 0, 65535, 101 /* raw IP */};
-    out.write(reinterpret_cast<const char*>(global), sizeof global);
-    for (size_t i = 0; i < datagrams.size(); ++i) {
-        const unsigned int udpLength = 8 + static_cast<unsigned int>(datagrams[i].size());
-        Bytes packet = {0x45, 0};
-        putBigEndian16(&packet, 20 + udpLength);
-        packet.insert(packet.end(), {0, 0, 0x40, 0, 64, 17, 0, 0, 127, 0, 0, 1, 127, 0, 0, 1});
-        unsigned int sum = 0;
-        for (int j = 0; j < 20; j += 2) {
-            sum += packet[j] << 8 | packet[j + 1];
-        }
-        sum = (sum & 0xFFFF) + (sum >> 16);
-        sum = ~(sum + (sum >> 16));
-        packet[10] = static_cast<unsigned char>(sum >> 8);
-        packet[11] = static_cast<unsigned char>(sum);
-        for (const unsigned int field : {static_cast<unsigned int>(srcPort),
-                                         static_cast<unsigned int>(dstPort), udpLength, 0u}) {
-            putBigEndian16(&packet, field);
-        }
-        packet.insert(packet.end(), datagrams[i].begin(), datagrams[i].end());
-        const auto size = static_cast<std::uint32_t>(packet.size());
-        const std::uint32_t record[] = {static_cast<std::uint32_t>(i), 0, size, size};
-        out.write(reinterpret_cast<const char*>(record), sizeof record);
-        out.write(reinterpret_cast<const char*>(packet.data()), size);
-    }
-}
-
 // Packets packed by the library travel over UDP on loopback; what arrives is decoded by
 // tshark, which must read back every header field.
 TEST(RTPInteropTest, TsharkDecodesPackedPacketsSentOverUDP) {
@@ -308,7 +272,7 @@ TEST(RTPInteropTest, TsharkDecodesPackedPacketsSentOverUDP) {
         offset += lengths[i];
     }
 
-    std::vector<Bytes> received;
+    std::vector<cmtest::Datagram> received;
     for (const RPtr<RRTPPacket>& p : frame->getPackets()) {
         unsigned char buffer[1500];
         unsigned int size = 0;
@@ -318,13 +282,13 @@ TEST(RTPInteropTest, TsharkDecodesPackedPacketsSentOverUDP) {
         const ssize_t got = ::recv(receiver, datagram.data(), datagram.size(), 0);
         ASSERT_EQ(got, static_cast<ssize_t>(size));
         datagram.resize(static_cast<size_t>(got));
-        received.push_back(datagram);
+        received.push_back({port, datagram});
     }
     ::close(receiver);
 
     cmtest::TempDir dir;
     const std::string capture = dir.file("rtp.pcap");
-    writePcap(capture, received, 40000, port);
+    cmtest::writePcap(capture, received, 40000);
     const std::string output =
         cmtest::runCommand(
             "tshark -r " + capture + " -d udp.port==" + std::to_string(port) +

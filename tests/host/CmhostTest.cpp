@@ -118,9 +118,10 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
 TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
     cmtest::TempDir dir;
     const std::string media = dir.file("clip.mp4");
-    ASSERT_TRUE(cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=64x48:r=25:d=0.4 -f lavfi "
-                                       "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
-                                       media));
+    ASSERT_TRUE(
+        cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=64x48:r=25:d=0.4 -f lavfi "
+                               "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
+                               media));
     const Result r = run(dir, cmhost("info " + media));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
@@ -158,44 +159,105 @@ TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
     }
 }
 
-// cmhost sends a tone as RTP; ffmpeg receives it through the SDP file cmhost wrote and
-// decodes the same samples.
-TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
-    cmtest::TempDir dir;
-    const std::string tone = dir.file("tone.wav"), first = dir.file("first.sdp"),
-                      sdp = dir.file("s.sdp");
-    ASSERT_EQ(
-        run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 8000 --channels 1")).status,
-        0);
+namespace {
+
+// Streams input with cmhost to consecutive ports of 127.0.0.1 while ffmpeg, started with
+// the input options `probe`, receives it through the session description and writes what
+// it decodes with outputArgs. The description depends only on the input and its
+// destination: a first run, with nobody listening, writes the one ffmpeg starts from, and
+// the run that counts begins once ffmpeg listens, however long it took to start; it must
+// write the same description. ffmpeg hands packets on as they come (loopback does not
+// reorder them) and ends a few seconds after the last. Returns ffmpeg's messages and the
+// description.
+std::string streamToFfmpeg(const cmtest::TempDir& dir, const std::string& input, int streams,
+                           const std::string& probe, const std::string& outputArgs) {
     int port = 0;
-    close(cmtest::loopbackServer(SOCK_DGRAM, &port));
+    for (const int fd : cmtest::loopbackDatagramPorts(2 * streams, &port)) {
+        close(fd);
+    }
+    const std::string first = dir.file("first.sdp"), sdp = dir.file("s.sdp");
     const std::string stream =
-        cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port));
-    // A session description depends only on the stream and its destination: a first run,
-    // with nobody listening, writes the one ffmpeg starts from, and the run that counts
-    // begins once ffmpeg listens, however long it took to start.
-    ASSERT_EQ(run(dir, stream + " --sdp " + first).status, 0);
-    // ffmpeg reads the session description's format as it is instead of probing seconds of
-    // the stream, and ends ten seconds after the last packet.
+        cmhost("stream " + input + " --rtp 127.0.0.1:" + std::to_string(port));
+    EXPECT_EQ(run(dir, stream + " --sdp " + first).status, 0);
     cmtest::ToolRun received;
     std::thread receiver([&] {
         received = cmtest::runCommand(
-            "timeout -s INT 60 ffmpeg -v error -analyzeduration 100000 -probesize 32 "
-            "-protocol_whitelist file,udp,rtp -i " +
-            first + " -f s16le -acodec pcm_s16le -y " + dir.file("received.raw") + " 2>&1");
+            "timeout -s INT 60 ffmpeg -nostdin -v error -listen_timeout 2 -reorder_queue_size 0 " +
+            probe + " -protocol_whitelist file,udp,rtp -i " + first + " " + outputArgs + " 2>&1");
     });
-    for (int i = 0; i < 3000 && !udpPortTaken(port); ++i) {
+    for (int i = 0; i < 3000 && !udpPortTaken(port + 2 * (streams - 1)); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     const Result sent = run(dir, stream + " --sdp " + sdp);
     EXPECT_EQ(sent.status, 0) << sent.err;
     receiver.join();
     EXPECT_EQ(cmtest::readText(sdp), cmtest::readText(first));
-    const std::string got = cmtest::readText(dir.file("received.raw"));
+    return received.output + cmtest::readText(sdp);
+}
+
+}  // namespace
+
+// cmhost sends a tone as RTP L16; ffmpeg decodes the same samples.
+TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
+    cmtest::TempDir dir;
+    const std::string tone = dir.file("tone.wav"), received = dir.file("received.raw");
+    ASSERT_EQ(
+        run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 8000 --channels 1")).status,
+        0);
+    const std::string messages =
+        streamToFfmpeg(dir, tone, 1, "-analyzeduration 100000 -probesize 32",
+                       "-f s16le -acodec pcm_s16le -y " + received);
+    const std::string got = cmtest::readText(received);
     const std::string expected = decodedSamples(dir, tone);
-    ASSERT_EQ(got.size(), expected.size()) << received.output << cmtest::readText(sdp);
+    ASSERT_EQ(got.size(), expected.size()) << messages;
     EXPECT_EQ(got, expected);
-    EXPECT_NE(cmtest::readText(sdp).find("a=rtpmap:"), std::string::npos);
+}
+
+// Video and audio go out on two port pairs, as they are (H.264 and AAC) or encoded on the
+// way; ffmpeg decodes about as many pictures and as much sound as the source holds, and
+// pictures close to the source's.
+TEST(CmhostTest, StreamsVideoAndAudioThatFfmpegDecodes) {
+    struct Row {
+        const char* name;
+        const char* codecs;   // ffmpeg's options for the source's streams
+        const char* options;  // cmhost stream's
+        double minimumPsnr;
+    };
+    const Row rows[] = {
+        {"H.264 and AAC", "-c:v libx264 -preset ultrafast -g 25 -c:a aac", "", 99},
+        {"MPEG-4 and MP3, encoded", "-c:v mpeg4 -q:v 2 -c:a libmp3lame", "", 35},
+        {"VP9 and FLAC at 44.1 kHz, encoded to Opus",
+         "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a flac -ar 44100", " --audio opus", 35},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        cmtest::TempDir dir;
+        const std::string source = dir.file("source.mkv"), received = dir.file("received.mkv");
+        ASSERT_TRUE(
+            cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=320x240:r=25:d=3 -f lavfi -i "
+                                   "sine=d=3:r=48000 -pix_fmt yuv420p " +
+                                       std::string(row.codecs),
+                                   source));
+        const std::string messages =
+            streamToFfmpeg(dir, source + row.options, 2, "-analyzeduration 1000000",
+                           "-map 0:v -c:v ffv1 -map 0:a -c:a pcm_s16le -y " + received);
+        const std::string sourceFrames = probe(dir, source, "stream=nb_read_frames");
+        const std::string receivedFrames = probe(dir, received, "stream=nb_read_frames");
+        ASSERT_FALSE(receivedFrames.empty()) << messages;
+        const double pictures = std::stod(sourceFrames.substr(sourceFrames.find('=') + 1));
+        EXPECT_NEAR(std::stod(receivedFrames.substr(receivedFrames.find('=') + 1)), pictures,
+                    0.02 * pictures)
+            << messages;
+        // Opus comes back as 48 kHz stereo, so the sound is compared by its length.
+        const auto seconds = [&](const std::string& file) {
+            return static_cast<double>(
+                       run(dir, "ffmpeg -v error -i " + file + " -ac 1 -ar 48000 -f s16le -")
+                           .out.size()) /
+                   (2 * 48000);
+        };
+        EXPECT_NEAR(seconds(received), seconds(source), 0.02 * seconds(source));
+        EXPECT_GE(cmtest::psnrWithFfmpeg(received, source), row.minimumPsnr) << messages;
+    }
 }
 
 // Nobody listens on the port: every send after the first may report the refusal, and the
@@ -377,6 +439,8 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
         {"info", "missing MEDIA", "usage: cmhost info MEDIA"},
         {"generate tone", "missing OUTPUT", "usage: cmhost generate tone OUTPUT "},
         {"stream " + dir.file("t.wav"), "missing --rtp HOST:PORT", "usage: cmhost stream INPUT "},
+        {"stream " + dir.file("t.wav") + " --rtp 127.0.0.1:9 --audio mp3",
+         "--audio is aac or opus, not mp3", "usage: cmhost stream INPUT "},
         {"convert --bogus a b", "unknown option --bogus", "usage: cmhost convert "},
         {"nosuch", "unknown command nosuch", "usage: cmhost [--config FILE] "},
         {"", "missing COMMAND (cmhost --help lists them)", "usage: cmhost [--config FILE] "},

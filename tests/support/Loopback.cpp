@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
+
 #include <stdexcept>
 
 namespace cmtest {
@@ -20,6 +22,31 @@ int loopbackServer(int socketType, int* port) {
     }
     *port = ntohs(address.sin_port);
     return fd;
+}
+
+std::vector<int> loopbackDatagramPorts(int count, int* port) {
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::vector<int> fds{loopbackServer(SOCK_DGRAM, port)};
+        for (int i = 1; i < count && *port + i <= 65535; ++i) {
+            const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            address.sin_port = htons(static_cast<uint16_t>(*port + i));
+            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+                ::close(fd);
+                break;
+            }
+            fds.push_back(fd);
+        }
+        if (static_cast<int>(fds.size()) == count) {
+            return fds;
+        }
+        for (const int fd : fds) {
+            ::close(fd);
+        }
+    }
+    throw std::runtime_error("no consecutive loopback ports are free");
 }
 
 std::vector<std::string> receiveWaiting(int fd) {

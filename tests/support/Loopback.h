@@ -11,6 +11,10 @@ namespace cmtest {
 // listening for SOCK_STREAM, ready to receive for SOCK_DGRAM. The caller closes it.
 int loopbackServer(int socketType, int* port);
 
+// count datagram sockets bound to consecutive ports of 127.0.0.1 (an RTP sender's ports
+// for several streams), the first port stored in *port. The caller closes them.
+std::vector<int> loopbackDatagramPorts(int count, int* port);
+
 // Every datagram (or chunk of a stream) already waiting on fd, without blocking.
 std::vector<std::string> receiveWaiting(int fd);
 

@@ -102,10 +102,11 @@ Pipeline::~Pipeline() {
     }
 }
 
-ZR::CM::RQueue* Pipeline::addQueue(const std::string& branch, const std::string& name) {
+ZR::CM::RQueue* Pipeline::addQueue(const std::string& branch, const std::string& name, int high) {
     const std::string label = branch.empty() ? name : branch + " " + name;
     mQueues.push_back(
-        Queue{branch, name, new ZR::CM::RQueue(mLow, mHigh, ZR::CString(label.c_str()))});
+        Queue{branch, name,
+              new ZR::CM::RQueue(mLow, high > 0 ? high : mHigh, ZR::CString(label.c_str()))});
     return mQueues.back().queue.addr();
 }
 
@@ -196,7 +197,8 @@ std::vector<std::string> Pipeline::progressLines(size_t width) const {
         char text[160];
         std::snprintf(text, sizeof text, "%s %llu fr %s [%d/%d]", entry.name.c_str(),
                       static_cast<unsigned long long>(queue.getFramesPut()),
-                      humanBytes(queue.getBytesPut()).c_str(), queue.getNodeCount(), mHigh);
+                      humanBytes(queue.getBytesPut()).c_str(), queue.getNodeCount(),
+                      queue.getHighLimit());
         lines[index] += text;
     }
     for (std::string& line : lines) {

@@ -39,8 +39,8 @@ public:
     Pipeline& operator=(const Pipeline&) = delete;
 
     // A new queue, shown as `name` on the progress line of `branch` (queues of one branch
-    // in the order they were added).
-    ZR::CM::RQueue* addQueue(const std::string& branch, const std::string& name);
+    // in the order they were added); `high` (0: the pipeline's) overrides its high limit.
+    ZR::CM::RQueue* addQueue(const std::string& branch, const std::string& name, int high = 0);
     // A stage whose component is wired to its queues already.
     void addStage(const std::string& name, ZR::RPtr<ZR::CM::RComponent> component);
 
