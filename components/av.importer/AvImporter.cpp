@@ -4,6 +4,7 @@
 #include "av/AvLibrary.h"
 #include "common/MovieTracks.h"
 #include "common/StreamIO.h"
+#include "common/TrackChoice.h"
 
 #include <cm/CMComponentStatus.h>
 #include <cm/CMLogger.h>
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <sstream>
 
 using ZR::RPtr;
 using ZR::CM::CComponentStatus;
@@ -25,22 +25,6 @@ using ZR::CM::RVideoTrackInfo;
 namespace cmcomponents {
 
 namespace {
-
-// The numbers of a "tracks" setting, or false when it is not a list of numbers from 1.
-bool parseTrackList(const std::string& text, std::vector<int>& numbers) {
-    numbers.clear();
-    std::istringstream items(text);
-    std::string item;
-    while (std::getline(items, item, ',')) {
-        char* end = nullptr;
-        const long number = std::strtol(item.c_str(), &end, 10);
-        if (item.empty() || *end != '\0' || number < 1 || number > 100000) {
-            return false;
-        }
-        numbers.push_back(static_cast<int>(number));
-    }
-    return !numbers.empty();
-}
 
 AVRational frameRateOf(const AVStream& stream) {
     return stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
@@ -79,9 +63,8 @@ void RAvImporter::close() noexcept {
 int RAvImporter::configure(ZR::CM::RImporterConfiguration& configuration) {
     std::string why;
     int result = mSettings.configure(configuration, why);
-    std::vector<int> numbers;
     const std::string tracks = mSettings.get("tracks");
-    if (result == ZR::CM::kResultOK && !tracks.empty() && !parseTrackList(tracks, numbers)) {
+    if (result == ZR::CM::kResultOK && !tracks.empty() && !isTrackList(tracks)) {
         why = "av importer: tracks \"" + tracks + "\" is not a list of track numbers";
         result = ZR::CM::kResultSettingParseFailed;
     }
@@ -190,30 +173,9 @@ int RAvImporter::interrupted(void* importer) {
 }
 
 int RAvImporter::assignQueues(std::vector<int>& trackOfQueue, std::string& why) const {
-    const std::size_t queues = static_cast<std::size_t>(std::max(mWriterCount, 0));
-    trackOfQueue.assign(queues, -1);
-    std::vector<int> numbers;
-    if (!parseTrackList(mSettings.get("tracks"), numbers)) {
-        for (std::size_t i = 0; i < queues && i < mTracks.size(); ++i) {
-            trackOfQueue[i] = static_cast<int>(i);
-        }
-        return ZR::CM::kResultOK;
-    }
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        const int number = numbers[i];
-        if (static_cast<std::size_t>(number) > mTracks.size() ||
-            std::count(numbers.begin(), numbers.end(), number) > 1) {
-            why = "av importer: tracks names track " + std::to_string(number) +
-                  (static_cast<std::size_t>(number) > mTracks.size()
-                       ? ", and the source has " + std::to_string(mTracks.size())
-                       : " twice");
-            return ZR::CM::kResultSettingParseFailed;
-        }
-        if (i < queues) {
-            trackOfQueue[i] = number - 1;
-        }
-    }
-    return ZR::CM::kResultOK;
+    return chooseTracks(mSettings.get("tracks"), mTracks.size(),
+                        static_cast<std::size_t>(std::max(mWriterCount, 0)), "av importer",
+                        trackOfQueue, why);
 }
 
 RPtr<RMovieInfo> RAvImporter::getMovieInfo() {

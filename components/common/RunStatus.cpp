@@ -24,9 +24,15 @@ void CRunStatus::fail(int result, const std::string& detail) {
     mResult.store(result, std::memory_order_release);
 }
 
+void CRunStatus::setNote(const std::string& note) {
+    std::lock_guard<ZR::CMutex> lock(mMutex);
+    mNote = note;
+}
+
 void CRunStatus::clear() {
     std::lock_guard<ZR::CMutex> lock(mMutex);
     mDetail.clear();
+    mNote.clear();
     mResult.store(ZR::CM::kResultOK, std::memory_order_release);
     mFrames.store(0, std::memory_order_relaxed);
     mBytes.store(0, std::memory_order_relaxed);
@@ -43,6 +49,8 @@ CComponentStatus CRunStatus::snapshot() const {
     if (result != ZR::CM::kResultOK) {
         const std::string info = std::string(ZR::CM::stringWithResultCode(result)) + ": " + mDetail;
         status.mInfo = info.c_str();
+    } else if (!mNote.empty()) {
+        status.mInfo = mNote.c_str();
     }
     return status;
 }

@@ -2,11 +2,11 @@
 // them.
 //
 // The component's thread records what it does (frames and bytes passed on, the result
-// of the run with a line of detail); any thread may take a snapshot at any time. The
-// record outlives reset(), so that a host may read it after tearing a pipeline down; the
-// component clears it when it is set up for another run. The result
-// is 0 or a result code of <cm/CMComponentStatus.h>; the snapshot carries it in mExtra and
-// its text, with the detail, in mInfo.
+// of the run with a line of detail, or a note on a run that goes well); any thread may
+// take a snapshot at any time. The record outlives reset(), so that a host may read it
+// after tearing a pipeline down; the component clears it when it is set up for another
+// run. The result is 0 or a result code of <cm/CMComponentStatus.h>; the snapshot carries
+// it in mExtra and its text, with the detail, in mInfo.
 #ifndef CM_COMPONENTS_COMMON_RUNSTATUS_H
 #define CM_COMPONENTS_COMMON_RUNSTATUS_H
 
@@ -28,6 +28,9 @@ public:
     }
     // Records the first failure of the run; later ones are consequences and are dropped.
     void fail(int result, const std::string& detail);
+    // A line on how the run goes (what a live source has received and lost), shown in the
+    // snapshot's mInfo while no failure takes its place.
+    void setNote(const std::string& note);
     // Ends the run: kCompleted.
     void complete() noexcept { setPhase(ZR::CM::CComponentStatus::kCompleted); }
     // Forgets the counts and any failure, for a new attempt; the phase stays.
@@ -42,9 +45,10 @@ private:
     std::atomic<unsigned long long> mFrames{0};
     std::atomic<unsigned long long> mBytes{0};
     std::atomic<int> mResult{ZR::CM::kResultOK};
-    // Guards mDetail.
+    // Guards mDetail and mNote.
     mutable ZR::CMutex mMutex;
     std::string mDetail;  // guarded by mMutex
+    std::string mNote;    // guarded by mMutex
 };
 
 }  // namespace cmcomponents

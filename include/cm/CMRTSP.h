@@ -124,6 +124,10 @@ public:
     // Sends the request and returns the reply; answers a 401 once with authorization and
     // returns the second reply. Empty when the session was never connected.
     RPtr<RRTSPResponse> sendRequest(RRTSPRequest& request);
+    // Numbers the request, adds the authorization and sends it without reading a reply: for
+    // a connection that also carries media interleaved with the replies, whose reader takes
+    // the reply out of the stream itself. 0, or -1 when the session was never connected.
+    int postRequest(RRTSPRequest& request);
     // Sets the authorization from the response's Digest challenge.
     void doDigestAuthentification(RRTSPRequest& request, RRTSPResponse& response);
 
@@ -132,6 +136,9 @@ public:
     void setDelegate(CRTSPSessionDelegate* delegate) noexcept { mDelegate = delegate; }
     const CString& getAuthorization() const noexcept { return mAuthorization; }
     int getSequence() const noexcept { return mSequence; }
+    // The connection (empty before connect()), for a caller that reads what the server
+    // sends besides replies.
+    const RPtr<RSocket>& getSocket() const noexcept { return mSocket; }
     // The server's session identifier, for hosts that track it; requests do not send it.
     const CString& getSessionId() const noexcept { return mSessionId; }
     void setSessionId(const CString& sessionId) { mSessionId = sessionId; }

@@ -293,7 +293,10 @@ int RRTSPSession::connect() {
     return mDelegate ? mDelegate->connected(this, result) : 0;
 }
 
-RPtr<RRTSPResponse> RRTSPSession::exchange(RRTSPRequest& request) {
+int RRTSPSession::postRequest(RRTSPRequest& request) {
+    if (!mSocket) {
+        return -1;
+    }
     // Wraps instead of overflowing after 2^31 requests.
     mSequence = static_cast<int>(static_cast<unsigned int>(mSequence) + 1u);
     request.addHeader("CSeq", CString::createWithFormat("%d", mSequence));
@@ -303,7 +306,11 @@ RPtr<RRTSPResponse> RRTSPSession::exchange(RRTSPRequest& request) {
     if (mDelegate) {
         mDelegate->willSendRequest(this, &request);
     }
-    request.sendRequest(mSocket);
+    return request.sendRequest(mSocket);
+}
+
+RPtr<RRTSPResponse> RRTSPSession::exchange(RRTSPRequest& request) {
+    postRequest(request);
     RPtr<RRTSPResponse> response = RRTSPResponse::createWithSocket(mSocket);
     if (mDelegate) {
         mDelegate->didReceiveResponse(this, response.addr());

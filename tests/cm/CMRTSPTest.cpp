@@ -1,14 +1,11 @@
 #include <cm/CMRTSP.h>
 
 #include "support/Loopback.h"
+#include "support/RtspServers.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -381,62 +378,11 @@ TEST(RTSPResponseTest, LateReplyIsNeverTakenForTheNextOne) {
 // ---------------------------------------------------------------------------------------------
 // Interoperability with GStreamer's RTSP server
 
-// The server of support/rtsp_server.py in a child process, stopped by closing its input.
-class GStreamerServer {
-public:
-    GStreamerServer(const char* user, const char* password) {
-        int input[2];
-        int output[2];
-        if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
-            return;
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, input[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, output[1], 1);
-        const std::string script = CM_SOURCE_DIR "/tests/support/rtsp_server.py";
-        char* const argv[] = {const_cast<char*>("python3"), const_cast<char*>(script.c_str()),
-                              const_cast<char*>(user), const_cast<char*>(password), nullptr};
-        if (posix_spawn(&mPid, "/usr/bin/python3", &actions, nullptr, argv, environ) != 0) {
-            mPid = -1;
-        }
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(input[0]);
-        ::close(output[1]);
-        mInput = input[1];
-        mPort = readPort(output[0]);
-        ::close(output[0]);
-    }
-    ~GStreamerServer() {
-        ::close(mInput);
-        cmtest::stopProcess(&mPid, SIGTERM);
-    }
-
-    int port() const { return mPort; }
-
-private:
-    // The first line of the server's output, within 60 s (a first start of GStreamer
-    // builds its plug-in registry); 0 when none came.
-    static int readPort(int fd) {
-        std::string line;
-        pollfd p{fd, POLLIN, 0};
-        char c;
-        while (::poll(&p, 1, 60000) == 1 && ::read(fd, &c, 1) == 1 && c != '\n') {
-            line += c;
-        }
-        return std::atoi(line.c_str());
-    }
-
-    pid_t mPid = -1;
-    int mInput = -1;
-    int mPort = 0;
-};
-
 TEST(RTSPInteropTest, GStreamerServerAcceptsTheBasicRetry) {
-    GStreamerServer server("alice", "s3cret");
+    cmtest::GStreamerRtspServer server("alice", "s3cret");
     ASSERT_GT(server.port(), 0) << "GStreamer's RTSP server did not start: are python3-gi and "
                                    "gir1.2-gst-rtsp-server-1.0 installed?";
-    const RURI uri(("rtsp://127.0.0.1:" + std::to_string(server.port()) + "/test").c_str());
+    const RURI uri(server.url().c_str());
 
     struct Attempt {
         const char* user;

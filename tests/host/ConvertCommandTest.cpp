@@ -5,6 +5,7 @@
 
 #include "support/HttpServers.h"
 #include "support/MediaTools.h"
+#include "support/RtspServers.h"
 #include "support/TestSupport.h"
 
 #include <algorithm>
@@ -255,5 +256,49 @@ TEST(ConvertCommandTest, BadInputEndsInOneLineAndLeavesNoOutput) {
         EXPECT_EQ(run.errors.find("; removed " + output) != std::string::npos, row.removed)
             << run.errors;
         EXPECT_FALSE(std::filesystem::exists(output));
+    }
+}
+
+// A camera's stream from GStreamer's RTSP server through cmhost: info describes its tracks,
+// and a recording ends with a finished file both when --seconds is reached and when SIGINT
+// comes first (timeout sends it 3 s after the start, before the 60 s recording is over),
+// with all tracks or only those kept.
+TEST(ConvertCommandTest, RecordsLiveSourceUntilSecondsOrSignal) {
+    cmtest::GStreamerRtspServer server("alice", "s3cret", "digest", "av");
+    ASSERT_GT(server.port(), 0) << "GStreamer's RTSP server did not start";
+    const std::string url = server.url("alice:s3cret");
+    const cmtest::ToolRun info = cmhost("info " + url);
+    EXPECT_EQ(info.status, 0) << info.errors;
+    EXPECT_NE(info.output.find("avc1"), std::string::npos) << info.output;
+    EXPECT_NE(info.output.find("mp4a"), std::string::npos) << info.output;
+
+    cmtest::TempDir dir;
+    const std::string output = dir.file("camera.mp4");
+    const struct {
+        const char* how;
+        std::string command;
+        double shortest, longest;  // the recording's length
+        size_t streams;
+    } rows[] = {
+        {"--seconds", CMHOST_PATH " convert " + url + " " + output + " --seconds 3", 2.8, 3.2, 2},
+        {"SIGINT",
+         "timeout --preserve-status -s INT 3 " CMHOST_PATH " convert " + url + " " + output +
+             " --seconds 60 --rtsp-transport tcp --no-audio",
+         0.5, 3.0, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.how);
+        const cmtest::ToolRun run = cmtest::runCapturing("timeout -s KILL 60 " + row.command);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        const std::vector<Decoded> streams = decode(output);
+        ASSERT_EQ(streams.size(), row.streams) << run.errors;
+        for (const Decoded& stream : streams) {
+            EXPECT_GT(stream.frames, 0) << stream.codec;
+            EXPECT_GE(stream.end - std::min(streams[0].start, streams.back().start), row.shortest);
+            EXPECT_LE(stream.end, row.longest + 0.2) << stream.codec;
+        }
+        const cmtest::ToolRun check = cmtest::runCommand(
+            "ffmpeg -nostdin -v error -i " + cmtest::shellQuote(output) + " -f null - 2>&1");
+        EXPECT_EQ(check.output, "");
     }
 }

@@ -49,6 +49,10 @@ std::vector<RQueue*> pointers(const std::vector<RPtr<RQueue>>& queues) {
 }  // namespace
 
 int runGraph(Graph& g, const std::string& input, const std::string& output) {
+    return runGraph(g, fileStream(input, O_RDONLY), output);
+}
+
+int runGraph(Graph& g, RPtr<RStream> input, const std::string& output) {
     std::vector<RPtr<RQueue>> all;
     std::vector<RQueue*> imported, exported;
     for (const auto& chain : g.chains) {
@@ -62,7 +66,7 @@ int runGraph(Graph& g, const std::string& input, const std::string& output) {
         }
         all.insert(all.end(), queues.begin(), queues.end());
     }
-    g.importer->init(fileStream(input, O_RDONLY), imported);
+    g.importer->init(std::move(input), imported);
     g.importer->configure(g.importerConfiguration);
     g.exporter->init(exported, fileStream(output, O_RDWR | O_CREAT | O_TRUNC));
     g.exporter->configure(g.exporterConfiguration);

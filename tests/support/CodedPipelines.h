@@ -34,6 +34,9 @@ struct Graph {
 // the source and, when that succeeds, runs every component and joins them. Returns
 // openSource()'s result; every component is reset afterwards.
 int runGraph(Graph& graph, const std::string& input, const std::string& output);
+// The same with the importer's stream given: null for an importer that takes its source
+// from its settings (a live URL).
+int runGraph(Graph& graph, ZR::RPtr<ZR::CM::RStream> input, const std::string& output);
 
 // One queue's worth of frames.
 struct Track {

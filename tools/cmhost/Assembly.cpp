@@ -79,6 +79,25 @@ std::string reasonOf(ZR::CM::RComponentInfo& info, ZR::CM::RComponent& component
     return reason.empty() ? "" : directoryOf(info) + ": " + reason;
 }
 
+// Gives the importer its source: a live source's URL in its "url" setting (the host has no
+// stream for it), anything else as a stream opened here.
+void initImporter(const Host& host, const Input& source, std::vector<ZR::CM::RQueue*>& queues) {
+    ZR::CM::RImporter& importer = importerOf(source);
+    if (!isLiveSource(source.media)) {
+        importer.init(host.openStream(source.media, O_RDONLY), queues);
+        return;
+    }
+    importer.init(nullptr, queues);
+    ZR::RPtr<ZR::CM::RImporterConfiguration> url(new ZR::CM::RImporterConfiguration);
+    url->setString("url", source.media.c_str());
+    const int result = importer.preconfigure(*url);
+    if (result != 0) {
+        throw HostError(result > 0 ? result : ZR::CM::kResultComponentConfigureFailed,
+                        directoryOf(*source.info) + " takes no URL",
+                        statusReason(*source.importer, result));
+    }
+}
+
 }  // namespace
 
 Input openInput(const Host& host, const std::string& media) {
@@ -87,7 +106,7 @@ Input openInput(const Host& host, const std::string& media) {
         Input source{media, info, host.load(*info), nullptr};
         ZR::CM::RImporter& importer = importerOf(source);
         std::vector<ZR::CM::RQueue*> none;
-        importer.init(host.openStream(media, O_RDONLY), none);
+        initImporter(host, source, none);
         const int result = importer.openSource();
         if (result == 0) {
             source.movie = importer.getMovieInfo();
@@ -211,7 +230,7 @@ void addImporter(const Host& host, Pipeline& pipeline, Input& source,
     // From here on the pipeline resets the importer, which lets go of its queues.
     pipeline.addStage(directoryOf(*source.info), source.importer);
     std::vector<ZR::CM::RQueue*> queues(outputs);
-    importer.init(host.openStream(source.media, O_RDONLY), queues);
+    initImporter(host, source, queues);
     int result = importer.openSource();
     if (result != 0) {
         throw HostError(result, "cannot read " + source.media,

@@ -51,9 +51,10 @@ struct Input {
     ZR::RPtr<ZR::CM::RMovieInfo> movie;
 };
 
-// Opens media with the importers its extension calls for, highest priority first, until
-// one reads it (a WAV file of float samples falls through to an importer that reads
-// those). Throws the failure of the first one when none does.
+// Opens media with the importers its extension (a live source's scheme) calls for, highest
+// priority first, until one reads it (a WAV file of float samples falls through to an
+// importer that reads those); a live source's importer gets the URL in its "url" setting
+// instead of a stream. Throws the failure of the first one when none does.
 Input openInput(const Host& host, const std::string& media);
 
 // Answers which installed components turn one format into another.

@@ -234,8 +234,14 @@ unsigned int containerFourCC(const std::string& extension) {
     return ZR::fourccFromText(padded.c_str());
 }
 
+bool isLiveSource(const std::string& media) {
+    return ZR::RURI(media.c_str()).getKind() == ZR::RURI::kRTSP;
+}
+
 std::vector<ZR::CM::RImporterInfo*> Host::importersFor(const std::string& media) const {
-    const std::string extension = extensionOf(media);
+    const std::string extension = isLiveSource(media)
+                                      ? lowerCase(ZR::RURI(media.c_str()).getScheme().c_str())
+                                      : extensionOf(media);
     std::vector<ZR::CM::RImporterInfo*> found;
     for (const auto& info : mManager->getImporters()) {
         for (const ZR::RString& candidate : info->fileExtensions) {
@@ -246,9 +252,10 @@ std::vector<ZR::CM::RImporterInfo*> Host::importersFor(const std::string& media)
         }
     }
     if (found.empty()) {
-        throw notFound(
-            ZR::CM::kResultNoImporter,
-            "no importer for " + (extension.empty() ? media : "." + extension) + " files");
+        const std::string what = isLiveSource(media) ? extension + ":// URLs"
+                                 : extension.empty() ? media
+                                                     : "." + extension + " files";
+        throw notFound(ZR::CM::kResultNoImporter, "no importer for " + what);
     }
     return found;
 }

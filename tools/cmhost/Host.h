@@ -6,11 +6,12 @@
 // the log (standard error only with -v), and a failure becomes one line that names the file
 // that was missing or invalid, where it was looked for, and the one installed with the
 // program. The host then finds components the way a user names them — an importer by the
-// media's file extension (highest priority first), an exporter by the container the
-// output's extension names in its format map, a filter by its name ("gain" finds
-// gain.filter) — loads them,
-// and opens media through the stream factory (a path, a file:// URI or any URI a reader
-// plug-in serves).
+// media's file extension (highest priority first), or for a live source's URL by its
+// scheme, which such importers list among their extensions ("rtsp"); an exporter by the
+// container the output's extension names in its format map; a filter by its name ("gain"
+// finds gain.filter) — loads them, and opens media through the stream factory (a path, a
+// file:// URI or any URI a reader plug-in serves). A live source has no byte stream: its
+// importer takes the URL in its "url" setting before it opens the source.
 //
 // Everything here runs on the main thread before and after the pipeline runs.
 #ifndef CMHOST_HOST_H
@@ -54,8 +55,8 @@ public:
     // are; "" when it can be read.
     const std::string& componentDirectoryProblem() const { return mComponentDirectoryProblem; }
 
-    // The importers that take the media's file extension, highest priority first; throws
-    // HostError when there is none.
+    // The importers that take the media's file extension (a live source's scheme), highest
+    // priority first; throws HostError when there is none.
     std::vector<ZR::CM::RImporterInfo*> importersFor(const std::string& media) const;
     // The exporters whose format map writes the container of the path's extension (the
     // extension padded to four characters, "mp4 " or "webm", as out-format), in the
@@ -96,6 +97,9 @@ std::string whyUnreadable(const std::string& path);
 
 // The lower-case extension of a path or URI ("WAV" in "a/b.WAV" gives "wav"), or "".
 std::string extensionOf(const std::string& path);
+// Whether media is the URL of a live source that an importer reaches itself, not through a
+// byte stream (rtsp://).
+bool isLiveSource(const std::string& media);
 // The FourCC that names the container of a file extension in exporters' format maps: the
 // extension padded with spaces ("mp4 ", "webm"); 0 for none or one longer than four.
 unsigned int containerFourCC(const std::string& extension);

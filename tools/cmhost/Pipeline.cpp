@@ -1,5 +1,6 @@
 #include "Pipeline.h"
 
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -7,6 +8,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstring>
 #include <thread>
 
 namespace cmhost {
@@ -52,6 +55,43 @@ size_t drawProgress(const std::vector<std::string>& lines, size_t drawn) {
     std::fflush(stderr);
     return lines.size();
 }
+
+// The signal that asked the run to end, 0 while none has.
+volatile std::sig_atomic_t gStopSignal = 0;
+
+void noteStopSignal(int signal) {
+    gStopSignal = signal;
+}
+
+// Catches SIGINT and SIGTERM for as long as it lives; the handlers before it come back at
+// its end.
+class StopSignals {
+public:
+    StopSignals() {
+        gStopSignal = 0;
+        struct sigaction action {};
+        action.sa_handler = &noteStopSignal;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGINT, &action, &mSavedInterrupt);
+        sigaction(SIGTERM, &action, &mSavedTerminate);
+    }
+    ~StopSignals() {
+        sigaction(SIGINT, &mSavedInterrupt, nullptr);
+        sigaction(SIGTERM, &mSavedTerminate, nullptr);
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    // The signals' usual action again.
+    static void release() {
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
+    }
+
+private:
+    struct sigaction mSavedInterrupt {};
+    struct sigaction mSavedTerminate {};
+};
 
 }  // namespace
 
@@ -103,7 +143,16 @@ bool Pipeline::anyRunning() const {
 void Pipeline::waitForStages(bool showProgress) {
     const std::chrono::milliseconds poll(showProgress ? 200 : 20);
     size_t drawn = 0;  // lines of the progress block on the terminal
+    bool stopping = false;
     while (anyRunning()) {
+        if (gStopSignal != 0 && !stopping) {
+            stopping = true;
+            StopSignals::release();
+            std::fprintf(stderr, "cmhost: %s: ending the input; another one ends cmhost now\n",
+                         strsignal(gStopSignal));
+            drawn = 0;
+            stopImporters();
+        }
         if (showProgress) {
             drawn = drawProgress(progressLines(terminalWidth()), drawn);
         }
@@ -121,6 +170,14 @@ void Pipeline::waitForStages(bool showProgress) {
     if (drawn != 0) {
         std::fprintf(stderr, "\033[%zuA\r\033[J", drawn);
         std::fflush(stderr);
+    }
+}
+
+void Pipeline::stopImporters() {
+    for (Stage& stage : mStages) {
+        if (auto* importer = dynamic_cast<ZR::CM::RImporter*>(stage.component.addr())) {
+            importer->stop();
+        }
     }
 }
 
@@ -153,6 +210,7 @@ std::vector<std::string> Pipeline::progressLines(size_t width) const {
 }
 
 int Pipeline::run(bool showProgress, const std::function<void()>& beforeLastStage) {
+    const StopSignals signals;
     const double started = now();
     const size_t held = beforeLastStage && !mStages.empty() ? 1 : 0;
     for (size_t i = mStages.size() - held; i-- > 0;) {

@@ -12,6 +12,11 @@
 // stages still running are aborted, and the run reports the failure of the stage that
 // failed first.
 //
+// While a run lasts, SIGINT and SIGTERM end it cleanly: the first asks every importer to
+// stop(); one of a live source then ends its tracks after the last whole frame, and the
+// stages after it finish their output as at the end of any input. The signals' usual
+// action is back from then on, so a second one ends the process at once.
+//
 // Threads: everything here runs on the host's main thread; the stages run on their own.
 #ifndef CMHOST_PIPELINE_H
 #define CMHOST_PIPELINE_H
@@ -65,8 +70,10 @@ private:
     static int resultOf(ZR::CM::RComponent& component);
     bool anyFailed() const;
     bool anyRunning() const;
-    // Waits until every stage has ended, aborting the others once one has failed.
+    // Waits until every stage has ended, aborting the others once one has failed, and
+    // stopping the importers once a signal asked for it.
     void waitForStages(bool showProgress);
+    void stopImporters();
     // One line per branch, each cut to `width` characters (0: uncut).
     std::vector<std::string> progressLines(size_t width) const;
 
