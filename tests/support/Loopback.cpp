@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <random>
 #include <stdexcept>
 
 namespace cmtest {
@@ -24,19 +26,43 @@ int loopbackServer(int socketType, int* port) {
     return fd;
 }
 
+namespace {
+
+// The lowest port the kernel hands out for a bind to port 0 or an unbound send.
+int firstEphemeralPort() {
+    std::ifstream range("/proc/sys/net/ipv4/ip_local_port_range");
+    int low = 32768;
+    range >> low;
+    return low;
+}
+
+int bindDatagram(int port) {
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    if (fd != -1 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+}  // namespace
+
+// The ports are drawn below the kernel's ephemeral range: callers may close them and hand
+// the numbers to another process, and a port from that range could meanwhile go to any
+// socket of a test running beside this one.
 std::vector<int> loopbackDatagramPorts(int count, int* port) {
+    const int high = firstEphemeralPort() - count;
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> draw(high / 2, high - 1);
     for (int attempt = 0; attempt < 100; ++attempt) {
-        std::vector<int> fds{loopbackServer(SOCK_DGRAM, port)};
-        for (int i = 1; i < count && *port + i <= 65535; ++i) {
-            const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-            sockaddr_in address{};
-            address.sin_family = AF_INET;
-            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            address.sin_port = htons(static_cast<uint16_t>(*port + i));
-            if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-                ::close(fd);
-                break;
-            }
+        *port = draw(random);
+        std::vector<int> fds;
+        for (int fd; static_cast<int>(fds.size()) < count &&
+                     (fd = bindDatagram(*port + static_cast<int>(fds.size()))) != -1;) {
             fds.push_back(fd);
         }
         if (static_cast<int>(fds.size()) == count) {

@@ -12,7 +12,9 @@ namespace cmtest {
 int loopbackServer(int socketType, int* port);
 
 // count datagram sockets bound to consecutive ports of 127.0.0.1 (an RTP sender's ports
-// for several streams), the first port stored in *port. The caller closes them.
+// for several streams), the first port stored in *port. The ports lie below the kernel's
+// ephemeral range, so the caller may close them and give their numbers to another process.
+// The caller closes them.
 std::vector<int> loopbackDatagramPorts(int count, int* port);
 
 // Every datagram (or chunk of a stream) already waiting on fd, without blocking.
