@@ -271,6 +271,7 @@ TEST(ConvertCommandTest, RecordsLiveSourceUntilSecondsOrSignal) {
     EXPECT_EQ(info.status, 0) << info.errors;
     EXPECT_NE(info.output.find("avc1"), std::string::npos) << info.output;
     EXPECT_NE(info.output.find("mp4a"), std::string::npos) << info.output;
+    EXPECT_EQ(info.output.find("s3cret"), std::string::npos) << info.output;
 
     cmtest::TempDir dir;
     const std::string output = dir.file("camera.mp4");

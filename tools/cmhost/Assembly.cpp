@@ -111,7 +111,7 @@ Input openInput(const Host& host, const std::string& media) {
         if (result == 0) {
             source.movie = importer.getMovieInfo();
         } else {
-            failures.emplace_back(result, "cannot read " + media,
+            failures.emplace_back(result, "cannot read " + withoutCredentials(media),
                                   reasonOf(*info, *source.importer, result));
         }
         source.importer->reset();
@@ -233,7 +233,7 @@ void addImporter(const Host& host, Pipeline& pipeline, Input& source,
     initImporter(host, source, queues);
     int result = importer.openSource();
     if (result != 0) {
-        throw HostError(result, "cannot read " + source.media,
+        throw HostError(result, "cannot read " + withoutCredentials(source.media),
                         reasonOf(*source.info, *source.importer, result));
     }
     ZR::RPtr<ZR::CM::RImporterConfiguration> configuration(new ZR::CM::RImporterConfiguration);

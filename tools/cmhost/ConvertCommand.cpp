@@ -396,7 +396,8 @@ int runConvert(const GlobalOptions& global, const Words& args) {
     Input input = openInput(host, media);
     const std::vector<const ZR::CM::RTrackInfo*> tracks = keptTracks(*input.movie, video, audio);
     if (tracks.empty()) {
-        throw HostError(ZR::CM::kResultNoValidTracks, "nothing to convert in " + media);
+        throw HostError(ZR::CM::kResultNoValidTracks,
+                        "nothing to convert in " + withoutCredentials(media));
     }
     assignFilters(filters, tracks, {&video, &audio});
     for (const MediaRequest* request : {&video, &audio}) {

@@ -238,6 +238,19 @@ bool isLiveSource(const std::string& media) {
     return ZR::RURI(media.c_str()).getKind() == ZR::RURI::kRTSP;
 }
 
+std::string withoutCredentials(const std::string& media) {
+    const size_t scheme = media.find("://");
+    if (scheme == std::string::npos) {
+        return media;
+    }
+    const size_t host = scheme + 3;
+    const size_t at = media.rfind('@', media.find('/', host));
+    if (at == std::string::npos || at < host) {
+        return media;
+    }
+    return media.substr(0, host) + media.substr(at + 1);
+}
+
 std::vector<ZR::CM::RImporterInfo*> Host::importersFor(const std::string& media) const {
     const std::string extension = isLiveSource(media)
                                       ? lowerCase(ZR::RURI(media.c_str()).getScheme().c_str())
@@ -358,12 +371,13 @@ ZR::RPtr<ZR::CM::RStream> Host::openStream(const std::string& media, unsigned in
     ZR::RPtr<ZR::CM::RStream> stream =
         ZR::CM::RStream::getStream(ZR::RURI(media.c_str()), flags, 0);
     if (!stream) {
-        throw HostError(ZR::CM::kResultFileOpenFailed, "no stream for " + media);
+        throw HostError(ZR::CM::kResultFileOpenFailed,
+                        "no stream for " + withoutCredentials(media));
     }
     const int result = stream->open();
     if (result != 0) {
         throw HostError(result == -1 ? ZR::CM::kResultFileOpenFailed : result,
-                        "cannot open " + media);
+                        "cannot open " + withoutCredentials(media));
     }
     return stream;
 }

@@ -100,6 +100,9 @@ std::string extensionOf(const std::string& path);
 // Whether media is the URL of a live source that an importer reaches itself, not through a
 // byte stream (rtsp://).
 bool isLiveSource(const std::string& media);
+
+// media as the host may print it: a URL without the user and password before its host.
+std::string withoutCredentials(const std::string& media);
 // The FourCC that names the container of a file extension in exporters' format maps: the
 // extension padded with spaces ("mp4 ", "webm"); 0 for none or one longer than four.
 unsigned int containerFourCC(const std::string& extension);

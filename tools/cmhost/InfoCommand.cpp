@@ -58,7 +58,8 @@ int runInfo(const GlobalOptions& global, const Words& args) {
     const std::string media = line.positional(0, "MEDIA");
     const Host host(global.config, global.verbose);
     const Input source = openInput(host, media);
-    std::printf("media: %s\nimporter: %s\n", media.c_str(), source.info->directoryName.c_str());
+    std::printf("media: %s\nimporter: %s\n", withoutCredentials(media).c_str(),
+                source.info->directoryName.c_str());
     if (source.movie) {
         printMovie(*source.movie);
     }

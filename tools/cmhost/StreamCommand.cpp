@@ -236,7 +236,7 @@ int runStream(const GlobalOptions& global, const Words& args) {
     }
     if (tracks.empty()) {
         throw HostError(ZR::CM::kResultNoValidTracks,
-                        "no video or audio to stream in " + source.media);
+                        "no video or audio to stream in " + withoutCredentials(source.media));
     }
     const FormatRoutes routes(host);
     std::random_device random;
