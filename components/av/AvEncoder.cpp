@@ -93,8 +93,8 @@ std::vector<SettingSpec> audioEncoderSettings(long long minBitrate, long long ma
                                     Target::kCodec, "b", nullptr}});
 }
 
-RAvEncoder::RAvEncoder(const EncoderSpec& spec)
-    : RAvCodecStage(spec.owner, spec.settings), mSpec(spec) {}
+RAvEncoder::RAvEncoder(const EncoderSpec& encoder)
+    : RAvCodecStage(encoder.owner, encoder.settings), mSpec(encoder) {}
 
 void RAvEncoder::close() {
     mCodec.reset();

@@ -57,7 +57,7 @@ std::vector<SettingSpec> audioEncoderSettings(long long minBitrate, long long ma
 
 class RAvEncoder : public RAvCodecStage {
 public:
-    explicit RAvEncoder(const EncoderSpec& spec);
+    explicit RAvEncoder(const EncoderSpec& encoder);
 
     unsigned int type() const override { return ZR::fourcc("cmpr"); }
 
