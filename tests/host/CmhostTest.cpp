@@ -31,9 +31,9 @@ struct Result {
 };
 
 // Runs a shell command line; its standard output and error are captured apart.
-Result run(const cmtest::TempDir& dir, const std::string& command) {
-    const cmtest::ToolRun tool = cmtest::runCommand(command + " 2>" + dir.file(".err"));
-    return Result{tool.status, tool.output, cmtest::readText(dir.file(".err"))};
+Result run(const std::string& command) {
+    const cmtest::ToolRun tool = cmtest::runCapturing(command);
+    return Result{tool.status, tool.output, tool.errors};
 }
 
 // Whether a process has bound the UDP port of 127.0.0.1.
@@ -53,15 +53,15 @@ std::string cmhost(const std::string& args) {
 }
 
 // The decoded samples of a media file as signed 16-bit little-endian bytes.
-std::string decodedSamples(const cmtest::TempDir& dir, const std::string& file) {
-    const Result r = run(dir, "ffmpeg -v error -i " + file + " -f s16le -acodec pcm_s16le -");
+std::string decodedSamples(const std::string& file) {
+    const Result r = run("ffmpeg -v error -i " + file + " -f s16le -acodec pcm_s16le -");
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
 }
 
-std::string probe(const cmtest::TempDir& dir, const std::string& file, const std::string& what) {
-    const Result r = run(dir, "ffprobe -v error -count_frames -show_entries " + what +
-                                  " -of default=noprint_wrappers=1 " + file);
+std::string probe(const std::string& file, const std::string& what) {
+    const Result r = run("ffprobe -v error -count_frames -show_entries " + what +
+                         " -of default=noprint_wrappers=1 " + file);
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
 }
@@ -81,23 +81,22 @@ size_t lineCount(const std::string& text) {
 TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     cmtest::TempDir dir;
     const std::string tone = dir.file("tone.wav");
-    Result r = run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 44100"));
+    Result r = run(cmhost("generate tone " + tone + " --seconds 1 --rate 44100"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(probe(dir, tone, "stream=codec_name,sample_rate,channels"),
+    EXPECT_EQ(probe(tone, "stream=codec_name,sample_rate,channels"),
               "codec_name=pcm_s16le\nsample_rate=44100\nchannels=2\n");
 
-    r = run(dir,
-            cmhost("convert " + tone + " " + dir.file("same.wav") + " --filter gain:gain-db=0"));
+    r = run(cmhost("convert " + tone + " " + dir.file("same.wav") + " --filter gain:gain-db=0"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("run: wall"), std::string::npos);
-    const std::string original = decodedSamples(dir, tone);
+    const std::string original = decodedSamples(tone);
     EXPECT_EQ(original.size(), 44100u * 2 * 2);
-    EXPECT_EQ(decodedSamples(dir, dir.file("same.wav")), original);
+    EXPECT_EQ(decodedSamples(dir.file("same.wav")), original);
 
-    r = run(dir, cmhost("convert " + tone + " " + dir.file("half.wav") +
-                        " --filter gain:gain-db=-6.0206"));
+    r = run(
+        cmhost("convert " + tone + " " + dir.file("half.wav") + " --filter gain:gain-db=-6.0206"));
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string half = decodedSamples(dir, dir.file("half.wav"));
+    const std::string half = decodedSamples(dir.file("half.wav"));
     const cmtest::Bytes in(original.begin(), original.end()), out(half.begin(), half.end());
     ASSERT_EQ(in.size(), out.size());
     long worst = 0;
@@ -107,7 +106,7 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     }
     EXPECT_LE(worst, 1);
 
-    r = run(dir, cmhost("info " + tone));
+    r = run(cmhost("info " + tone));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("importer: wav.importer"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("'audi'"), std::string::npos) << r.out;
@@ -122,7 +121,7 @@ TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
         cmtest::makeWithFfmpeg("-f lavfi -i testsrc=s=64x48:r=25:d=0.4 -f lavfi "
                                "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
                                media));
-    const Result r = run(dir, cmhost("info " + media));
+    const Result r = run(cmhost("info " + media));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     for (const char* line :
@@ -139,18 +138,18 @@ TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
 TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
     cmtest::TempDir dir;
     const std::string video = dir.file("in.y4m"), inverted = dir.file("out.y4m");
-    Result r = run(dir, cmhost("generate video " + video +
-                               " --seconds 0.4 --width 64 "
-                               "--height 48 --fps 25"));
+    Result r = run(cmhost("generate video " + video +
+                          " --seconds 0.4 --width 64 "
+                          "--height 48 --fps 25"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(probe(dir, video, "stream=width,height,nb_read_frames"),
+    EXPECT_EQ(probe(video, "stream=width,height,nb_read_frames"),
               "width=64\nheight=48\nnb_read_frames=10\n");
-    r = run(dir, cmhost("convert " + video + " " + inverted + " --filter invert"));
+    r = run(cmhost("convert " + video + " " + inverted + " --filter invert"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(probe(dir, inverted, "stream=width,height,nb_read_frames"),
+    EXPECT_EQ(probe(inverted, "stream=width,height,nb_read_frames"),
               "width=64\nheight=48\nnb_read_frames=10\n");
-    const Result a = run(dir, "ffmpeg -v error -i " + video + " -f rawvideo -");
-    const Result b = run(dir, "ffmpeg -v error -i " + inverted + " -f rawvideo -");
+    const Result a = run("ffmpeg -v error -i " + video + " -f rawvideo -");
+    const Result b = run("ffmpeg -v error -i " + inverted + " -f rawvideo -");
     ASSERT_EQ(a.out.size(), b.out.size());
     ASSERT_EQ(a.out.size(), 10u * (64 * 48 * 3 / 2));
     for (size_t i = 0; i < a.out.size(); ++i) {
@@ -178,7 +177,7 @@ std::string streamToFfmpeg(const cmtest::TempDir& dir, const std::string& input,
     const std::string first = dir.file("first.sdp"), sdp = dir.file("s.sdp");
     const std::string stream =
         cmhost("stream " + input + " --rtp 127.0.0.1:" + std::to_string(port));
-    EXPECT_EQ(run(dir, stream + " --sdp " + first).status, 0);
+    EXPECT_EQ(run(stream + " --sdp " + first).status, 0);
     cmtest::ToolRun received;
     std::thread receiver([&] {
         received = cmtest::runCommand(
@@ -188,7 +187,7 @@ std::string streamToFfmpeg(const cmtest::TempDir& dir, const std::string& input,
     for (int i = 0; i < 3000 && !udpPortTaken(port + 2 * (streams - 1)); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    const Result sent = run(dir, stream + " --sdp " + sdp);
+    const Result sent = run(stream + " --sdp " + sdp);
     EXPECT_EQ(sent.status, 0) << sent.err;
     receiver.join();
     EXPECT_EQ(cmtest::readText(sdp), cmtest::readText(first));
@@ -201,14 +200,13 @@ std::string streamToFfmpeg(const cmtest::TempDir& dir, const std::string& input,
 TEST(CmhostTest, StreamsRtpThatFfmpegDecodes) {
     cmtest::TempDir dir;
     const std::string tone = dir.file("tone.wav"), received = dir.file("received.raw");
-    ASSERT_EQ(
-        run(dir, cmhost("generate tone " + tone + " --seconds 1 --rate 8000 --channels 1")).status,
-        0);
+    ASSERT_EQ(run(cmhost("generate tone " + tone + " --seconds 1 --rate 8000 --channels 1")).status,
+              0);
     const std::string messages =
         streamToFfmpeg(dir, tone, 1, "-analyzeduration 100000 -probesize 32",
                        "-f s16le -acodec pcm_s16le -y " + received);
     const std::string got = cmtest::readText(received);
-    const std::string expected = decodedSamples(dir, tone);
+    const std::string expected = decodedSamples(tone);
     ASSERT_EQ(got.size(), expected.size()) << messages;
     EXPECT_EQ(got, expected);
 }
@@ -241,8 +239,8 @@ TEST(CmhostTest, StreamsVideoAndAudioThatFfmpegDecodes) {
         const std::string messages =
             streamToFfmpeg(dir, source + row.options, 2, "-analyzeduration 1000000",
                            "-map 0:v -c:v ffv1 -map 0:a -c:a pcm_s16le -y " + received);
-        const std::string sourceFrames = probe(dir, source, "stream=nb_read_frames");
-        const std::string receivedFrames = probe(dir, received, "stream=nb_read_frames");
+        const std::string sourceFrames = probe(source, "stream=nb_read_frames");
+        const std::string receivedFrames = probe(received, "stream=nb_read_frames");
         ASSERT_FALSE(receivedFrames.empty()) << messages;
         const double pictures = std::stod(sourceFrames.substr(sourceFrames.find('=') + 1));
         EXPECT_NEAR(std::stod(receivedFrames.substr(receivedFrames.find('=') + 1)), pictures,
@@ -251,7 +249,7 @@ TEST(CmhostTest, StreamsVideoAndAudioThatFfmpegDecodes) {
         // Opus comes back as 48 kHz stereo, so the sound is compared by its length.
         const auto seconds = [&](const std::string& file) {
             return static_cast<double>(
-                       run(dir, "ffmpeg -v error -i " + file + " -ac 1 -ar 48000 -f s16le -")
+                       run("ffmpeg -v error -i " + file + " -ac 1 -ar 48000 -f s16le -")
                            .out.size()) /
                    (2 * 48000);
         };
@@ -265,11 +263,10 @@ TEST(CmhostTest, StreamsVideoAndAudioThatFfmpegDecodes) {
 TEST(CmhostTest, StreamRunsToItsEndWithoutAReceiver) {
     cmtest::TempDir dir;
     const std::string tone = dir.file("tone.wav");
-    ASSERT_EQ(run(dir, cmhost("generate tone " + tone + " --seconds 0.5")).status, 0);
+    ASSERT_EQ(run(cmhost("generate tone " + tone + " --seconds 0.5")).status, 0);
     int port = 0;
     close(cmtest::loopbackServer(SOCK_DGRAM, &port));
-    const Result r =
-        run(dir, cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port)));
+    const Result r = run(cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port)));
     EXPECT_EQ(r.status, 0) << r.err;
 }
 
@@ -289,7 +286,7 @@ TEST(CmhostTest, RtspPrintsTheResponse) {
         close(peer);
     });
     const Result r =
-        run(dir, cmhost("rtsp rtsp://127.0.0.1:" + std::to_string(port) + "/x --method OPTIONS"));
+        run(cmhost("rtsp rtsp://127.0.0.1:" + std::to_string(port) + "/x --method OPTIONS"));
     server.join();
     close(listener);
     EXPECT_EQ(r.status, 0) << r.err;
@@ -301,14 +298,14 @@ TEST(CmhostTest, RtspPrintsTheResponse) {
 // Components are listed by kind, and the ones this build makes pass the install check.
 TEST(CmhostTest, ListsComponentsThatPassTheCheck) {
     cmtest::TempDir dir;
-    Result r = run(dir, cmhost("components --check"));
+    Result r = run(cmhost("components --check"));
     ASSERT_EQ(r.status, 0) << r.err << r.out;
     for (const char* name : {"wav.importer", "wav.exporter", "y4m.importer", "y4m.exporter",
                              "gain.filter", "invert.filter", "l16.packetizer", "rtp.exporter"}) {
         EXPECT_NE(r.out.find(name), std::string::npos) << name;
     }
     EXPECT_NE(r.out.find("every component loads"), std::string::npos) << r.out;
-    r = run(dir, cmhost("components --kind filter"));
+    r = run(cmhost("components --kind filter"));
     EXPECT_EQ(r.out.find("wav.importer"), std::string::npos);
 }
 
@@ -329,8 +326,7 @@ TEST(CmhostTest, CheckSaysWhyEachBrokenComponentCannotServe) {
         return components.path() + "/" + name + "/" CM_PLATFORM_DIR "/" + object;
     };
 
-    const Result r =
-        run(dir, cmhost("--config " + components.configuration() + " components --check"));
+    const Result r = run(cmhost("--config " + components.configuration() + " components --check"));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "cmhost: check failed: 2 left out, 5 cannot load\n");
     for (const std::string& reason : {
@@ -399,12 +395,12 @@ TEST(CmhostTest, StartUpFailuresNameTheFileAndTheInstalledOne) {
              CM_BINARY_DIR "/lib/cm/components)"},
     };
     for (const auto& c : cases) {
-        const Result r = run(dir, cmhost(c.args));
+        const Result r = run(cmhost(c.args));
         EXPECT_EQ(r.status, 1) << c.args;
         EXPECT_EQ(r.err.rfind("cmhost: " + c.line + ": ", 0), 0u) << c.line << "\n" << r.err;
         EXPECT_EQ(lineCount(r.err), 1u) << r.err;
     }
-    const Result r = run(dir, cmhost("-v " + cases[1].args));
+    const Result r = run(cmhost("-v " + cases[1].args));
     EXPECT_NE(
         r.err.find("failed to load external entity \"" + dir.file("alone/cm-config.dtd") + "\""),
         std::string::npos)
@@ -415,7 +411,7 @@ TEST(CmhostTest, StartUpFailuresNameTheFileAndTheInstalledOne) {
 // command line says what is missing or wrong, and shows the command's usage after it.
 TEST(CmhostTest, FailuresAreOneClearLine) {
     cmtest::TempDir dir;
-    ASSERT_EQ(run(dir, cmhost("generate tone " + dir.file("t.wav") + " --seconds 0.5")).status, 0);
+    ASSERT_EQ(run(cmhost("generate tone " + dir.file("t.wav") + " --seconds 0.5")).status, 0);
     std::ofstream(dir.file("bad.wav")) << "RIFF\x10\0\0\0WAVEjunk";
     std::ofstream(dir.file("garbage.mp4")) << std::string(4000, 'x');
     for (const std::string& args : {
@@ -425,7 +421,7 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
              "info " + dir.file("t.unknown"),
              "info " + dir.file("garbage.mp4"),
          }) {
-        const Result r = run(dir, cmhost(args));
+        const Result r = run(cmhost(args));
         EXPECT_EQ(r.status, 1) << args << "\n" << r.err;
         EXPECT_EQ(lineCount(r.err), 1u) << args << "\n" << r.err;
         EXPECT_EQ(r.err.rfind("cmhost: ", 0), 0u) << r.err;
@@ -446,7 +442,7 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
         {"", "missing COMMAND (cmhost --help lists them)", "usage: cmhost [--config FILE] "},
     };
     for (const auto& m : mistakes) {
-        const Result r = run(dir, cmhost(m.args));
+        const Result r = run(cmhost(m.args));
         EXPECT_EQ(r.status, 2) << m.args;
         EXPECT_EQ(r.err.rfind("cmhost: " + m.line + "\n" + m.usage, 0), 0u) << m.args << "\n"
                                                                             << r.err;
@@ -457,11 +453,11 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
 TEST(CmhostTest, HelpOfEveryCommandAndVersionOfEachLibrary) {
     cmtest::TempDir dir;
     for (const char* command : {"components", "info", "convert", "generate", "stream", "rtsp"}) {
-        const Result r = run(dir, cmhost(std::string(command) + " --help"));
+        const Result r = run(cmhost(std::string(command) + " --help"));
         EXPECT_EQ(r.status, 0) << command;
         EXPECT_EQ(r.out.rfind(std::string("usage: cmhost ") + command, 0), 0u) << r.out;
     }
-    const Result r = run(dir, cmhost("--version"));
+    const Result r = run(cmhost("--version"));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "cmhost " CM_VERSION "\nlibzr " CM_VERSION "\nlibzrcore " CM_VERSION
                      "\nlibcm " CM_VERSION "\n");
