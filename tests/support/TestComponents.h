@@ -62,6 +62,9 @@ public:
     std::atomic<unsigned int> mCount{0};
 };
 
+// Posts a notification of `code` to target, or to every registered component when null.
+void post(unsigned int code, ZR::CM::RComponent* target = nullptr);
+
 // Waits (without a time limit of its own; the test's CTest time-out bounds it) until
 // `done` holds, polling every millisecond.
 void waitUntil(const std::function<bool()>& done);
