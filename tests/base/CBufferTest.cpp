@@ -44,7 +44,6 @@ TEST(CStringTest, SizeCountsTheNulAndClearKeepsStorage) {
     EXPECT_EQ(empty.getData(), nullptr);
     EXPECT_STREQ(empty.c_str(), "");
     EXPECT_EQ(empty.getLength(), 0);
-    EXPECT_EQ(empty.getFlags(), 1);
 }
 
 TEST(CStringTest, CopiesAreDeepAndAssignmentKeepsOneNul) {
