@@ -16,18 +16,13 @@
 using cmtest::Consumer;
 using cmtest::PassFilter;
 using cmtest::Producer;
+using cmtest::wire;
 using ZR::RPtr;
 using ZR::CM::CNotification;
 using ZR::CM::RNotificationCenter;
 using ZR::CM::RQueue;
 
 namespace {
-
-// init() with the queues as listed; init() takes its lists by reference.
-void wire(ZR::CM::CMMultipleQueueComponent& component, std::vector<RQueue*> inputs,
-          std::vector<RQueue*> outputs) {
-    component.init(inputs, outputs);
-}
 
 // A filter between two new queues without limits, with numbered frames 0..count-1 waiting
 // in its input.

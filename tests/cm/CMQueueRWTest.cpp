@@ -196,14 +196,12 @@ TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
     const int liveBefore = cmtest::Tracked::live();
     {
         RPtr<RQueue> q = cmtest::makeQueue(0, 0);
-        std::vector<RQueue*> none;
-        std::vector<RQueue*> queue{q.addr()};
         RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
         RPtr<cmtest::Consumer> a(new cmtest::Consumer);
         RPtr<cmtest::Consumer> b(new cmtest::Consumer);
-        writing->init(none, queue);
-        a->init(queue, none);
-        b->init(queue, none);
+        cmtest::wire(*writing, {}, {q.addr()});
+        cmtest::wire(*a, {q.addr()}, {});
+        cmtest::wire(*b, {q.addr()}, {});
         RQFrameWriter& writer = *writing->getWriter(0);
         const auto next = [](cmtest::Consumer& reader) {
             const RPtr<RFrame> frame = reader.getReader(0)->nextFrame();
