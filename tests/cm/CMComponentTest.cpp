@@ -167,25 +167,26 @@ TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) 
 // wait, rewinds its reader and empties its output, and it goes on working afterwards.
 TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
     FedFilter fed(5, 16);
-    auto& [in, out, filter, feeder] = fed;
-    filter->start(nullptr);
-    cmtest::waitUntil([&] { return out->getFramesPut() == 5 && in->getReadersWaiting() == 1; });
-    EXPECT_EQ(filter->getReader(0)->getFramesRead(), 5u);
+    fed.filter->start(nullptr);
+    cmtest::waitUntil(
+        [&fed] { return fed.out->getFramesPut() == 5 && fed.in->getReadersWaiting() == 1; });
+    EXPECT_EQ(fed.filter->getReader(0)->getFramesRead(), 5u);
 
     // The upstream stage empties its output on "rstr" as this filter does; here the test
     // stands in for it.
-    feeder.clear();
+    fed.feeder.clear();
     cmtest::post(CNotification::kRestart);
-    cmtest::waitUntil(
-        [&] { return out->getNodeCount() == 0 && filter->getReader(0)->getFramesRead() == 0; });
-    EXPECT_EQ(out->getFramesPut(), 0u);
+    cmtest::waitUntil([&fed] {
+        return fed.out->getNodeCount() == 0 && fed.filter->getReader(0)->getFramesRead() == 0;
+    });
+    EXPECT_EQ(fed.out->getFramesPut(), 0u);
 
-    feeder.put(cmtest::makeNumberedFrame(5, 16));
-    feeder.end();
-    filter->join();
-    EXPECT_EQ(out->getFramesPut(), 1u);
-    EXPECT_TRUE(out->getEndOfQueue());
-    filter->reset();
+    fed.feeder.put(cmtest::makeNumberedFrame(5, 16));
+    fed.feeder.end();
+    fed.filter->join();
+    EXPECT_EQ(fed.out->getFramesPut(), 1u);
+    EXPECT_TRUE(fed.out->getEndOfQueue());
+    fed.filter->reset();
 }
 
 // "rstr" broadcast again and again into a live three-stage pipeline while downstream
