@@ -74,8 +74,8 @@ private:
     int mPort = 0;
     int mListener;
     std::atomic<bool> mStop{false};
-    mutable std::mutex mMutex;  // guards mRequests
-    std::vector<std::string> mRequests;
+    mutable std::mutex mMutex;           // guards mRequests
+    std::vector<std::string> mRequests;  // guarded by mMutex
     std::thread mThread;
 };
 
