@@ -217,8 +217,7 @@ TEST_F(ComponentManagerTest, LoadsEachLibraryOnceAndRunsItsComponent) {
         ASSERT_NE(filter, nullptr);
         const RPtr<RQueue> in(new RQueue(0, 0, CString("in")));
         const RPtr<RQueue> out(new RQueue(0, 0, CString("out")));
-        std::vector<RQueue*> ins{in.addr()}, outs{out.addr()};
-        filter->init(ins, outs);
+        cmtest::wire(*filter, {in.addr()}, {out.addr()});
         RQFrameReader reader(out.addr(), nullptr);
         RQFrameWriter feeder(in.addr(), nullptr);
         for (unsigned int i = 0; i < 20; ++i) {

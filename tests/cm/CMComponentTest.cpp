@@ -16,6 +16,7 @@
 using cmtest::Consumer;
 using cmtest::PassFilter;
 using cmtest::Producer;
+using cmtest::wire;
 using ZR::RPtr;
 using ZR::CM::CNotification;
 using ZR::CM::RNotificationCenter;
@@ -23,17 +24,22 @@ using ZR::CM::RQueue;
 
 namespace {
 
-std::vector<RQueue*> queues(std::initializer_list<RQueue*> list) {
-    return list;
-}
+// A filter between two new queues without limits, with numbered frames 0..count-1 waiting
+// in its input.
+struct FedFilter {
+    explicit FedFilter(unsigned int count, unsigned int size) {
+        wire(*filter, {in.addr()}, {out.addr()});
+        for (unsigned int i = 0; i < count; ++i) {
+            feeder.put(cmtest::makeNumberedFrame(i, size));
+        }
+    }
+    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
+    RPtr<PassFilter> filter{new PassFilter};
+    ZR::CM::RQFrameWriter feeder{in.addr(), nullptr};
+};
 
 unsigned int smallFrames(unsigned int sequence) {
     return 1 + sequence % 200;
-}
-
-void postTo(ZR::CM::RComponent* target, unsigned int code) {
-    CNotification n(code);
-    RNotificationCenter::getDefault()->postNotification(n, target);
 }
 
 std::vector<unsigned int> sequence(unsigned int count) {
@@ -51,10 +57,9 @@ struct ThreeStages {
           producer(new Producer(frames, smallFrames)),
           filter(new PassFilter),
           consumer(new Consumer) {
-        std::vector<RQueue*> none, in1 = queues({first.addr()}), in2 = queues({second.addr()});
-        producer->init(none, in1);
-        filter->init(in1, in2);
-        consumer->init(in2, none);
+        wire(*producer, {}, {first.addr()});
+        wire(*filter, {first.addr()}, {second.addr()});
+        wire(*consumer, {second.addr()}, {});
         consumer->start(nullptr);
         filter->start(nullptr);
         producer->start(nullptr);
@@ -131,8 +136,7 @@ TEST(MultipleQueueComponentTest, ThreeStagePipelineRunsToCompletion) {
 TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
     RPtr<RQueue> a = cmtest::makeQueue(0, 0), b = cmtest::makeQueue(0, 0);
     RPtr<Producer> producer(new Producer(3, smallFrames));
-    std::vector<RQueue*> none, outs = queues({a.addr(), b.addr()});
-    producer->init(none, outs);
+    wire(*producer, {}, {a.addr(), b.addr()});
     EXPECT_FALSE(producer->anyReaderIsActive());
     EXPECT_EQ(producer->getWriterCount(), 2);
     producer->start(nullptr);
@@ -147,14 +151,8 @@ TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
 // The input has ended but still holds frames the filter has not read: the loop goes on
 // until it has read them all.
 TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) {
-    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
-    RPtr<PassFilter> filter(new PassFilter);
-    std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
-    filter->init(ins, outs);
-    ZR::CM::RQFrameWriter feeder(in.addr(), nullptr);
-    for (unsigned int i = 0; i < 10; ++i) {
-        feeder.put(cmtest::makeNumberedFrame(i, 8));
-    }
+    FedFilter fed(10, 8);
+    auto& [in, out, filter, feeder] = fed;
     feeder.end();
     EXPECT_TRUE(filter->anyReaderIsActive());
     filter->start(nullptr);
@@ -168,32 +166,27 @@ TEST(MultipleQueueComponentTest, EndedInputWithUnreadFramesKeepsTheLoopRunning) 
 // A filter waits on an empty input while its output holds frames; "rstr" reaches it in the
 // wait, rewinds its reader and empties its output, and it goes on working afterwards.
 TEST(MultipleQueueComponentTest, RestartMidRunRewindsReadersAndEmptiesOutputs) {
-    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
-    RPtr<PassFilter> filter(new PassFilter);
-    std::vector<RQueue*> ins = queues({in.addr()}), outs = queues({out.addr()});
-    filter->init(ins, outs);
-    ZR::CM::RQFrameWriter feeder(in.addr(), nullptr);
-    for (unsigned int i = 0; i < 5; ++i) {
-        feeder.put(cmtest::makeNumberedFrame(i, 16));
-    }
-    filter->start(nullptr);
-    cmtest::waitUntil([&] { return out->getFramesPut() == 5 && in->getReadersWaiting() == 1; });
-    EXPECT_EQ(filter->getReader(0)->getFramesRead(), 5u);
+    FedFilter fed(5, 16);
+    fed.filter->start(nullptr);
+    cmtest::waitUntil(
+        [&fed] { return fed.out->getFramesPut() == 5 && fed.in->getReadersWaiting() == 1; });
+    EXPECT_EQ(fed.filter->getReader(0)->getFramesRead(), 5u);
 
     // The upstream stage empties its output on "rstr" as this filter does; here the test
     // stands in for it.
-    feeder.clear();
-    postTo(nullptr, CNotification::kRestart);
-    cmtest::waitUntil(
-        [&] { return out->getNodeCount() == 0 && filter->getReader(0)->getFramesRead() == 0; });
-    EXPECT_EQ(out->getFramesPut(), 0u);
+    fed.feeder.clear();
+    cmtest::post(CNotification::kRestart);
+    cmtest::waitUntil([&fed] {
+        return fed.out->getNodeCount() == 0 && fed.filter->getReader(0)->getFramesRead() == 0;
+    });
+    EXPECT_EQ(fed.out->getFramesPut(), 0u);
 
-    feeder.put(cmtest::makeNumberedFrame(5, 16));
-    feeder.end();
-    filter->join();
-    EXPECT_EQ(out->getFramesPut(), 1u);
-    EXPECT_TRUE(out->getEndOfQueue());
-    filter->reset();
+    fed.feeder.put(cmtest::makeNumberedFrame(5, 16));
+    fed.feeder.end();
+    fed.filter->join();
+    EXPECT_EQ(fed.out->getFramesPut(), 1u);
+    EXPECT_TRUE(fed.out->getEndOfQueue());
+    fed.filter->reset();
 }
 
 // "rstr" broadcast again and again into a live three-stage pipeline while downstream
@@ -206,7 +199,7 @@ TEST(MultipleQueueComponentTest, RestartsDuringALivePipelineAreSafe) {
         ThreeStages stages(3000, cmtest::makeQueue(2, 8), cmtest::makeQueue(2, 8));
         const auto& [first, second, producer, filter, consumer] = stages;
         for (int i = 0; i < 50 && producer->getRunningThreadCount() != 0; ++i) {
-            postTo(nullptr, CNotification::kRestart);
+            cmtest::post(CNotification::kRestart);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         producer->abort();
@@ -224,9 +217,8 @@ TEST(ComponentControlTest, PauseHoldsAndResumeContinues) {
     RPtr<RQueue> q = cmtest::makeQueue(1, 4);
     RPtr<Producer> producer(new Producer(200, smallFrames));
     RPtr<Consumer> consumer(new Consumer);
-    std::vector<RQueue*> none, in = queues({q.addr()});
-    producer->init(none, in);
-    consumer->init(in, none);
+    wire(*producer, {}, {q.addr()});
+    wire(*consumer, {q.addr()}, {});
     consumer->pause();
     consumer->start(nullptr);
     producer->start(nullptr);
@@ -250,8 +242,7 @@ TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
     {
         RPtr<RQueue> full = cmtest::makeQueue(0, 2);
         RPtr<Producer> producer(new Producer(100, smallFrames));
-        std::vector<RQueue*> none, out = queues({full.addr()});
-        producer->init(none, out);
+        wire(*producer, {}, {full.addr()});
         producer->start(nullptr);
         cmtest::waitUntil([&] { return full->getWritersWaiting() == 1; });
         EXPECT_EQ(producer->abort(), 0);
@@ -263,8 +254,7 @@ TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
     for (const Blocker::Where where : {Blocker::kNextNode, Blocker::kDescription}) {
         RPtr<RQueue> empty = cmtest::makeQueue(0, 0);
         RPtr<Blocker> blocker(new Blocker(where));
-        std::vector<RQueue*> in = queues({empty.addr()}), none;
-        blocker->init(in, none);
+        wire(*blocker, {empty.addr()}, {});
         blocker->start(nullptr);
         cmtest::waitUntil([&] { return empty->getReadersWaiting() == 1; });
         EXPECT_EQ(blocker->abort(), 0);
@@ -280,8 +270,7 @@ TEST(ComponentControlTest, AbortLeavesEveryBlockingWait) {
 TEST(ComponentControlTest, ResetJoinsBeforeComponentWillReset) {
     RPtr<RQueue> empty = cmtest::makeQueue(0, 0);
     RPtr<Blocker> blocker(new Blocker(Blocker::kNextNode));
-    std::vector<RQueue*> in = queues({empty.addr()}), none;
-    blocker->init(in, none);
+    wire(*blocker, {empty.addr()}, {});
     EXPECT_EQ(blocker->getWakeSetSize(), 1);
     blocker->start(nullptr);
     cmtest::waitUntil([&] { return blocker->mEntered.load(); });
@@ -301,9 +290,7 @@ void runBareComponent() {
     };
     RPtr<RQueue> q = cmtest::makeQueue(0, 0);
     RPtr<Bare> bare(new Bare);
-    std::vector<RQueue*> in = queues({q.addr()});
-    std::vector<RQueue*> none;
-    bare->init(in, none);
+    wire(*bare, {q.addr()}, {});
     bare->start(nullptr);
     bare->join();
 }

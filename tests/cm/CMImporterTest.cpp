@@ -55,8 +55,7 @@ TEST(ImporterTest, InitKeepsTheLastStreamAndRestartEmptiesOutputs) {
     importer->init(second, outputs);
     importer->getWriter(0)->put(cmtest::makeNumberedFrame(0, 4));
     importer->getWriter(1)->put(cmtest::makeNumberedFrame(0, 4));
-    CNotification restart(CNotification::kRestart);
-    RNotificationCenter::getDefault()->postNotification(restart, importer.addr());
+    cmtest::post(CNotification::kRestart, importer.addr());
     importer->handleNotifications();
     EXPECT_EQ(a->getNodeCount(), 0);
     EXPECT_EQ(b->getNodeCount(), 0);

@@ -130,11 +130,7 @@ TEST(LoggerTest, ConcurrentThreadsWriteWholeLinesInTheirOwnOrder) {
     constexpr int kThreads = 4;
     constexpr int kLines = 250;
     cmtest::TempDir dir;
-    conf().set_value("common.logging.filelog-path", dir.path().c_str());
-    conf().set_value("common.logging.filelog-name", "mt.log");
-    conf().set_int("common.logging.filelog-priority", 7);
-    conf().set_int("common.logging.filelog-filesize", 4096);
-    conf().set_int("common.logging.filelog-num-rotation", 30);
+    cmtest::configureFileLog(dir.path(), "mt.log", 7, 4096, 30);
     RLogger* const logger = RLogger::getDefault();
     testing::internal::CaptureStdout();  // the renames
     cmtest::runConcurrently(kThreads, [&](int thread) {

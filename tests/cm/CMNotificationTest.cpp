@@ -4,10 +4,13 @@
 
 #include <cm/CMComponent.h>
 
+#include "support/TestComponents.h"
+
 #include <atomic>
 #include <thread>
 #include <vector>
 
+using cmtest::post;
 using ZR::CM::CNotification;
 using ZR::CM::RNotificationCenter;
 
@@ -24,11 +27,6 @@ public:
     }
     std::vector<unsigned int> mHandled;
 };
-
-void post(unsigned int code, ZR::CM::RComponent* target) {
-    CNotification n(code);
-    RNotificationCenter::getDefault()->postNotification(n, target);
-}
 
 }  // namespace
 

@@ -21,6 +21,8 @@ using ZR::CM::RQueue;
 
 namespace {
 
+constexpr unsigned int kRestart = ZR::CM::CNotification::kRestart;
+
 RPtr<RAudioDescription> stereo16(double rate, unsigned int channels = 2) {
     auto* d = new RAudioDescription;
     d->mChannels = channels;
@@ -58,40 +60,36 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
     enum Read { kCopies, kShared, kInTurn };
     const int liveBefore = cmtest::Tracked::live();
     const unsigned int kFrames = 20000;
-    const size_t kKept = 100;  // shared frames a reader holds on to, the last ones it read
-    for (const int readers : {1, 2, 4}) {
+    const unsigned int kKept = 100;  // shared frames a reader holds on to, the last ones it read
+    for (const unsigned int readers : {1u, 2u, 4u}) {
         for (const bool limited : {false, true}) {
             RPtr<RQueue> q = limited ? cmtest::makeQueue(16, 64) : cmtest::makeQueue(0, 0);
             std::vector<RPtr<RQFrameReader>> readerObjects;
-            for (int r = 0; r < readers; ++r) {
+            std::vector<int> faults(readers, 0);
+            std::vector<std::vector<RPtr<const RFrame>>> kept(readers);
+            for (unsigned int r = 0; r < readers; ++r) {
                 readerObjects.emplace_back(new RQFrameReader(q.addr(), nullptr));
             }
-            std::vector<int> faults(static_cast<size_t>(readers), 0);
-            std::vector<std::vector<RPtr<const RFrame>>> kept(static_cast<size_t>(readers));
             std::vector<std::thread> threads;
-            for (int r = 0; r < readers; ++r) {
+            for (unsigned int r = 0; r < readers; ++r) {
                 threads.emplace_back([&, r] {
                     const auto read = static_cast<Read>((r + readers) % 3);
-                    RQFrameReader& reader = *readerObjects[static_cast<size_t>(r)];
                     unsigned int expected = 0;
                     for (;;) {
                         const bool shared = read == kShared || (read == kInTurn && expected % 2);
-                        const RPtr<const RFrame> f = shared
-                                                         ? reader.nextSharedFrame()
-                                                         : RPtr<const RFrame>(reader.nextFrame());
+                        const RPtr<const RFrame> f =
+                            shared ? readerObjects[r]->nextSharedFrame()
+                                   : RPtr<const RFrame>(readerObjects[r]->nextFrame());
                         if (!f) {
                             break;
                         }
-                        if (f->getFrameNumber() != expected++ || !cmtest::hasNumberedContent(*f)) {
-                            ++faults[static_cast<size_t>(r)];
-                        }
+                        faults[r] +=
+                            f->getFrameNumber() != expected++ || !cmtest::hasNumberedContent(*f);
                         if (shared && expected + kKept > kFrames) {
-                            kept[static_cast<size_t>(r)].push_back(f);
+                            kept[r].push_back(f);
                         }
                     }
-                    if (expected != kFrames) {
-                        ++faults[static_cast<size_t>(r)];
-                    }
+                    faults[r] += expected != kFrames;
                 });
             }
             RQFrameWriter writer(q.addr(), nullptr);
@@ -107,11 +105,11 @@ TEST(QueueRWTest, EveryReaderSeesEveryFrameOnceInOrder) {
             EXPECT_EQ(q->getBytesHeld(), 0u);
             readerObjects.clear();
             q = nullptr;
-            for (int r = 0; r < readers; ++r) {
-                for (const RPtr<const RFrame>& f : kept[static_cast<size_t>(r)]) {
-                    faults[static_cast<size_t>(r)] += cmtest::hasNumberedContent(*f) ? 0 : 1;
+            for (unsigned int r = 0; r < readers; ++r) {
+                for (const RPtr<const RFrame>& f : kept[r]) {
+                    faults[r] += !cmtest::hasNumberedContent(*f);
                 }
-                EXPECT_EQ(faults[static_cast<size_t>(r)], 0)
+                EXPECT_EQ(faults[r], 0)
                     << "reader " << r << " of " << readers << (limited ? ", limited" : "");
             }
         }
@@ -198,22 +196,16 @@ TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
     const int liveBefore = cmtest::Tracked::live();
     {
         RPtr<RQueue> q = cmtest::makeQueue(0, 0);
-        std::vector<RQueue*> none;
-        std::vector<RQueue*> queue{q.addr()};
         RPtr<cmtest::Producer> writing(new cmtest::Producer(0, [](unsigned int) { return 0u; }));
         RPtr<cmtest::Consumer> a(new cmtest::Consumer);
         RPtr<cmtest::Consumer> b(new cmtest::Consumer);
-        writing->init(none, queue);
-        a->init(queue, none);
-        b->init(queue, none);
+        cmtest::wire(*writing, {}, {q.addr()});
+        cmtest::wire(*a, {q.addr()}, {});
+        cmtest::wire(*b, {q.addr()}, {});
         RQFrameWriter& writer = *writing->getWriter(0);
         const auto next = [](cmtest::Consumer& reader) {
             const RPtr<RFrame> frame = reader.getReader(0)->nextFrame();
             return frame ? static_cast<int>(frame->getFrameNumber()) : -1;
-        };
-        const auto restart = [](ZR::CM::RComponent& component) {
-            ZR::CM::CNotification n(ZR::CM::CNotification::kRestart);
-            ZR::CM::RNotificationCenter::getDefault()->postNotification(n, &component);
         };
         for (unsigned int i = 0; i < 4; ++i) {
             writer.put(makeNumberedFrame(i, 8));
@@ -223,15 +215,15 @@ TEST(QueueRWTest, ReaderResetWhileAnotherHoldsANodeOfTheClearedQueue) {
         EXPECT_EQ(next(*a), 2);
         EXPECT_EQ(next(*b), 0);
 
-        restart(*a);
+        cmtest::post(kRestart, a.addr());
         EXPECT_EQ(next(*a), 0);  // handled on the way in: back at the head
         EXPECT_EQ(next(*a), 1);
         EXPECT_EQ(q->getNodeCount(), 4);  // b still holds frame 0
         EXPECT_EQ(next(*b), 1);
         EXPECT_EQ(q->getNodeCount(), 3);
 
-        restart(*writing);
-        restart(*b);
+        cmtest::post(kRestart, writing.addr());
+        cmtest::post(kRestart, b.addr());
         writer.put(makeNumberedFrame(10, 8));  // clears first
         EXPECT_EQ(q->getNodeCount(), 1);
         writer.put(makeNumberedFrame(11, 8));
@@ -350,8 +342,7 @@ TEST(QueueRWTest, BlockedWriterHandlesNotificationsWhenWoken) {
         writer.put(makeNumberedFrame(1, 4));
         std::thread blocked([&] { writer.put(makeNumberedFrame(2, 4)); });
         waitUntil([&] { return q->getWritersWaiting() == 1; });
-        ZR::CM::CNotification n(ZR::fourcc("tick"));
-        ZR::CM::RNotificationCenter::getDefault()->postNotification(n, component.addr());
+        cmtest::post(ZR::fourcc("tick"), component.addr());
         waitUntil([&] { return component->handled == 1; });
         EXPECT_EQ(q->getNodeCount(), 2);  // handled while still blocked
         reader.nextNode();

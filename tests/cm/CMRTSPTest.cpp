@@ -1,20 +1,13 @@
 #include <cm/CMRTSP.h>
 
-#include "support/Loopback.h"
 #include "support/RtspServers.h"
-#include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <climits>
-#include <cstdlib>
+#include <cstdint>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,112 +18,33 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What the scripted server answers to one request; sent after `delayMs` in pieces of
-// `chunk` bytes with `pauseMs` between them, to play a slow server.
-struct Reply {
-    Reply(const char* text) : bytes(text) {}
-    Reply(std::string text, size_t chunkSize = SIZE_MAX, int pause = 0)
-        : bytes(std::move(text)), chunk(chunkSize), pauseMs(pause) {}
-    std::string bytes;
-    size_t chunk = SIZE_MAX;
-    int pauseMs = 0;
-    int delayMs = 0;
+// A reply of the scripted server; `chunk` and `pause` play a slow server.
+struct Reply : cmtest::RtspAnswer {
+    Reply(const char* text) { bytes = text; }
+    Reply(std::string text, size_t chunkSize = SIZE_MAX, int pause = 0) {
+        bytes = std::move(text);
+        chunk = chunkSize;
+        pauseMs = pause;
+    }
 };
 
-void setTimeout(int fd, int option, int seconds) {
-    timeval limit{seconds, 0};
-    setsockopt(fd, SOL_SOCKET, option, &limit, sizeof limit);
-}
-
-// A scripted RTSP server on 127.0.0.1 for one connection: reads a request, sends the next
-// reply, and so on. When the script is done it closes the connection, or with holdOpen
-// keeps it open until the client closes. Every wait of the server ends after 10 s.
+// Answers the requests of its connection with `replies` in turn, then closes it, or with
+// holdOpen leaves that to the client.
 class ScriptedServer {
 public:
     explicit ScriptedServer(std::vector<Reply> replies, bool holdOpen = false)
-        : mListener(cmtest::loopbackServer(SOCK_STREAM, &mPort)),
-          mReplies(std::move(replies)),
-          mHoldOpen(holdOpen),
-          mThread([this] { serve(); }) {}
-    ~ScriptedServer() { finish(); }
-
-    RURI uri() const {
-        return RURI(("rtsp://127.0.0.1:" + std::to_string(mPort) + "/stream").c_str());
-    }
-    // Waits for the server to end; the requests it read, byte for byte.
-    const std::vector<std::string>& finish() {
-        if (mThread.joinable()) {
-            mThread.join();
-            ::close(mListener);
-        }
-        return mRequests;
-    }
+        : mServer([replies = std::move(replies), holdOpen, next = size_t{0}](
+                      const std::string&, const std::string&) mutable {
+              cmtest::RtspAnswer answer = next < replies.size() ? replies[next] : Reply("");
+              answer.close = ++next >= replies.size() && !holdOpen;
+              return answer;
+          }) {}
+    RURI uri() const { return RURI(mServer.url().c_str()); }
+    // The requests read so far, byte for byte.
+    std::vector<std::string> requests() const { return mServer.requests(); }
 
 private:
-    void serve() {
-        setTimeout(mListener, SO_RCVTIMEO, 10);
-        const int peer = ::accept(mListener, nullptr, nullptr);
-        if (peer == -1) {
-            return;
-        }
-        setTimeout(peer, SO_RCVTIMEO, 10);
-        for (const Reply& reply : mReplies) {
-            std::string request;
-            if (!readRequest(peer, &request)) {
-                break;
-            }
-            mRequests.push_back(request);
-            if (!sendReply(peer, reply)) {
-                break;
-            }
-        }
-        char byte;
-        while (mHoldOpen && ::recv(peer, &byte, 1, 0) > 0) {
-        }
-        ::close(peer);
-    }
-
-    // Reads one request: its head, then as many body bytes as its Content-Length says.
-    static bool readRequest(int peer, std::string* request) {
-        char chunk[512];
-        for (;;) {
-            const size_t headerEnd = request->find("\r\n\r\n");
-            if (headerEnd != std::string::npos) {
-                const size_t length = request->find("Content-Length: ");
-                const size_t body =
-                    length == std::string::npos ? 0 : std::atoi(request->c_str() + length + 16);
-                if (request->size() >= headerEnd + 4 + body) {
-                    return true;
-                }
-            }
-            const ssize_t got = ::recv(peer, chunk, sizeof chunk, 0);
-            if (got <= 0) {
-                return false;
-            }
-            request->append(chunk, static_cast<size_t>(got));
-        }
-    }
-
-    static bool sendReply(int peer, const Reply& reply) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(reply.delayMs));
-        for (size_t at = 0; at < reply.bytes.size(); at += reply.chunk) {
-            if (at > 0) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(reply.pauseMs));
-            }
-            const size_t n = std::min(reply.chunk, reply.bytes.size() - at);
-            if (::send(peer, reply.bytes.data() + at, n, MSG_NOSIGNAL) != static_cast<ssize_t>(n)) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    int mPort = 0;
-    const int mListener;
-    const std::vector<Reply> mReplies;
-    const bool mHoldOpen;
-    std::vector<std::string> mRequests;  // written by the server thread, read after join
-    std::thread mThread;
+    cmtest::ScriptedRtspServer mServer;
 };
 
 std::string bodyOf(const RRTSPResponse& response) {
@@ -170,7 +84,7 @@ TEST(RTSPSessionTest, RequestsAreNumberedAndWrittenInHeaderOrder) {
     EXPECT_EQ(session->sendRequest(setup)->getStatus(), 200u);
     EXPECT_EQ(session->getSequence(), 2);
 
-    const std::vector<std::string>& requests = server.finish();
+    const std::vector<std::string> requests = server.requests();
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0], requestLine(uri, "DESCRIBE") + "CSeq: 1\r\n\r\n");
     EXPECT_EQ(requests[1], requestLine(uri, "SETUP") +
@@ -197,7 +111,7 @@ TEST(RTSPSessionTest, BasicChallengeIsAnsweredOnceWithTheFirstCSeqKept) {
     RRTSPRequest play("PLAY", uri);
     EXPECT_EQ(session->sendRequest(play)->getStatus(), 200u);
 
-    const std::vector<std::string>& requests = server.finish();
+    const std::vector<std::string> requests = server.requests();
     ASSERT_EQ(requests.size(), 3u);
     EXPECT_EQ(requests[0], requestLine(uri, "DESCRIBE") + "CSeq: 1\r\n\r\n");
     EXPECT_EQ(requests[1],
@@ -228,7 +142,7 @@ TEST(RTSPSessionTest, DigestChallengeGivesTheReducedAuthorization) {
                                  "nonce=\"no\", uri=\"" + uri.getString().c_str() + "\"";
     EXPECT_EQ(session->getAuthorization().c_str(), expected);
 
-    const std::vector<std::string>& requests = server.finish();
+    const std::vector<std::string> requests = server.requests();
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[1],
               requestLine(uri, "DESCRIBE") + "Authorization: " + expected + "\r\nCSeq: 1\r\n\r\n");
@@ -264,10 +178,7 @@ RPtr<RRTSPResponse> responseTo(Reply reply, bool holdOpen = false, int timeoutMs
     }
     EXPECT_EQ(session->connect(), 0);
     RRTSPRequest options("OPTIONS", server.uri());
-    RPtr<RRTSPResponse> response = session->sendRequest(options);
-    session = nullptr;  // closes the connection, so that a holding server ends
-    server.finish();
-    return response;
+    return session->sendRequest(options);
 }
 
 TEST(RTSPResponseTest, MalformedHeaderLinesParseAsFarAsTheyGo) {
@@ -372,7 +283,7 @@ TEST(RTSPResponseTest, LateReplyIsNeverTakenForTheNextOne) {
     RPtr<RRTSPResponse> r = session->sendRequest(second);
     EXPECT_EQ(r->getStatus(), 0u);
     EXPECT_STREQ(r->getReason().c_str(), "");
-    EXPECT_EQ(server.finish().size(), 1u);
+    EXPECT_EQ(server.requests().size(), 1u);
 }
 
 // ---------------------------------------------------------------------------------------------

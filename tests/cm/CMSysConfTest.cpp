@@ -53,9 +53,6 @@ TEST(SysConfTest, FlattensElementsIntoDottedKeysAndAccumulatesRepeats) {
     EXPECT_TRUE(conf.is_config_loaded());
 
     EXPECT_EQ(conf.get_value("common.dir", "x"), "a;b");
-    std::vector<std::string> dirs;
-    conf.get_array(dirs, "common.dir", ';');
-    EXPECT_EQ(dirs, (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(conf.get_value("common.logging.filelog-path", ""), "/opt/app/logs");
     EXPECT_EQ(conf.get_value("common.empty", "fallback"), "fallback");
     EXPECT_EQ(conf.get_int("common.empty", 7), 7);

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 
 extern char** environ;
@@ -36,15 +37,44 @@ bool readable(int fd, const std::atomic<bool>& stop) {
     return !stop.load() && ::poll(&p, 1, 100) == 1;
 }
 
-void sendAll(int fd, const std::string& bytes) {
+// False when the peer is gone.
+bool sendAll(int fd, const std::string& bytes) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (n <= 0) {
-            return;
+            return false;
         }
         sent += static_cast<std::size_t>(n);
     }
+    return true;
+}
+
+// Stops at the first piece the peer does not take, so that a slow answer to a client that
+// gave up does not keep the server busy.
+void sendPaced(int fd, const RtspAnswer& answer) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(answer.delayMs));
+    for (std::size_t at = 0; at < answer.bytes.size(); at += answer.chunk) {
+        if (at > 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(answer.pauseMs));
+        }
+        if (!sendAll(fd, answer.bytes.substr(at, answer.chunk))) {
+            return;
+        }
+    }
+}
+
+// The length of the request at the start of received, its body included; 0 until all of
+// it has arrived.
+std::size_t requestLength(const std::string& received) {
+    const std::size_t end = received.find("\r\n\r\n");
+    if (end == std::string::npos) {
+        return 0;
+    }
+    const std::size_t field = received.find("Content-Length: ");
+    const std::size_t length =
+        end + 4 + (field < end ? std::strtoul(received.c_str() + field + 16, nullptr, 10) : 0);
+    return received.size() >= length ? length : 0;
 }
 
 }  // namespace
@@ -104,9 +134,17 @@ std::string ScriptedRtspServer::url() const {
     return "rtsp://127.0.0.1:" + std::to_string(mPort) + "/test";
 }
 
-std::vector<std::string> ScriptedRtspServer::methods() const {
+std::vector<std::string> ScriptedRtspServer::requests() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    return mMethods;
+    return mRequests;
+}
+
+std::vector<std::string> ScriptedRtspServer::methods() const {
+    std::vector<std::string> methods;
+    for (const std::string& request : requests()) {
+        methods.push_back(request.substr(0, request.find(' ')));
+    }
+    return methods;
 }
 
 void ScriptedRtspServer::serve() {
@@ -126,8 +164,8 @@ void ScriptedRtspServer::answer(int connection) {
     std::string received;
     char chunk[4096];
     while (!mStop.load()) {
-        const std::size_t end = received.find("\r\n\r\n");
-        if (end == std::string::npos) {
+        const std::size_t length = requestLength(received);
+        if (length == 0) {
             if (!readable(connection, mStop)) {
                 continue;
             }
@@ -138,15 +176,14 @@ void ScriptedRtspServer::answer(int connection) {
             received.append(chunk, static_cast<std::size_t>(got));
             continue;
         }
-        const std::string request = received.substr(0, end + 4);
-        received.erase(0, end + 4);
-        const std::string method = request.substr(0, request.find(' '));
+        const std::string request = received.substr(0, length);
+        received.erase(0, length);
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            mMethods.push_back(method);
+            mRequests.push_back(request);
         }
-        const RtspAnswer answer = mReply(method, request);
-        sendAll(connection, answer.bytes);
+        const RtspAnswer answer = mReply(request.substr(0, request.find(' ')), request);
+        sendPaced(connection, answer);
         if (answer.close) {
             return;
         }

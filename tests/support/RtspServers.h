@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -38,10 +39,14 @@ private:
 };
 
 // What the scripted server sends for one request: a reply, maybe followed by more bytes
-// (interleaved media); close ends the connection after them.
+// (interleaved media); close ends the connection after them. To play a slow server the
+// bytes go out after delayMs, in pieces of `chunk` bytes with pauseMs between them.
 struct RtspAnswer {
     std::string bytes;
     bool close = false;
+    std::size_t chunk = SIZE_MAX;
+    int pauseMs = 0;
+    int delayMs = 0;
 };
 
 // Answers every request of every connection, one connection at a time, with the answer of
@@ -56,7 +61,9 @@ public:
     ScriptedRtspServer& operator=(const ScriptedRtspServer&) = delete;
 
     std::string url() const;
-    // The methods of the requests received so far, in order.
+    // The requests received so far, in order, each with the body its Content-Length
+    // announced; and their methods.
+    std::vector<std::string> requests() const;
     std::vector<std::string> methods() const;
 
 private:
@@ -67,8 +74,8 @@ private:
     int mPort = 0;
     int mListener;
     std::atomic<bool> mStop{false};
-    mutable std::mutex mMutex;  // guards mMethods
-    std::vector<std::string> mMethods;
+    mutable std::mutex mMutex;           // guards mRequests
+    std::vector<std::string> mRequests;  // guarded by mMutex
     std::thread mThread;
 };
 

@@ -75,6 +75,16 @@ void Consumer::process() {
     mCount.fetch_add(1);
 }
 
+void wire(ZR::CM::CMMultipleQueueComponent& component, std::vector<ZR::CM::RQueue*> inputs,
+          std::vector<ZR::CM::RQueue*> outputs) {
+    component.init(inputs, outputs);
+}
+
+void post(unsigned int code, ZR::CM::RComponent* target) {
+    ZR::CM::CNotification n(code);
+    ZR::CM::RNotificationCenter::getDefault()->postNotification(n, target);
+}
+
 void waitUntil(const std::function<bool()>& done) {
     while (!done()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -62,6 +62,13 @@ public:
     std::atomic<unsigned int> mCount{0};
 };
 
+// init() with the queues as listed (init() takes its lists by reference).
+void wire(ZR::CM::CMMultipleQueueComponent& component, std::vector<ZR::CM::RQueue*> inputs,
+          std::vector<ZR::CM::RQueue*> outputs);
+
+// Posts a notification of `code` to target, or to every registered component when null.
+void post(unsigned int code, ZR::CM::RComponent* target = nullptr);
+
 // Waits (without a time limit of its own; the test's CTest time-out bounds it) until
 // `done` holds, polling every millisecond.
 void waitUntil(const std::function<bool()>& done);
