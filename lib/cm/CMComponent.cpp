@@ -248,6 +248,9 @@ int CMMultipleQueueComponent::init(std::vector<RQueue*>& inputs, std::vector<RQu
     initialize();
     mInputQueues = inputs;
     mOutputQueues = outputs;
+    // The endpoints of an earlier init go, as an exporter's do.
+    releaseEndpoints(mReaders, mReaderCount);
+    releaseEndpoints(mWriters, mWriterCount);
     mReaders = makeEndpoints<RQFrameReader>(inputs, this, mReaderCount);
     mWriters = makeEndpoints<RQFrameWriter>(outputs, this, mWriterCount);
     return 0;

@@ -17,6 +17,9 @@ int RExporter::init(std::vector<RQueue*>& inputs, RPtr<RStream> stream) {
     initialize();
     mStream = std::move(stream);
     mInputQueues = inputs;
+    // The readers of an earlier init go: left registered, they would hold every frame of
+    // their queues and stall the writers at the high limit for ever.
+    releaseEndpoints(mReaders, mReaderCount);
     mReaders = makeEndpoints<RQFrameReader>(inputs, this, mReaderCount);
     return 0;
 }

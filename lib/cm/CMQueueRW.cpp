@@ -384,6 +384,10 @@ unsigned int RQSampleWriter::writeSamples(const unsigned char* data, unsigned in
     if (!mDescription) {
         ZR_THROW(kFile, CString("writeSamples() before the description was set."));
     }
+    if (!mBuffer) {
+        // end() gave the buffer to the last frame; samples written after it start a new one.
+        mBuffer = allocateBuffer(mBufferSize);
+    }
     unsigned int remaining = mDescription->mBytesPerSample * count;
     unsigned int space = mBufferSize - mFill;
     if (remaining < space) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cm/CMExporter.h>
 #include <cm/CMQueue.h>
 #include <cm/CMQueueRW.h>
 
@@ -146,6 +147,34 @@ TEST(MultipleQueueComponentTest, OnlyTheFirstOutputIsEnded) {
     EXPECT_EQ(a->getNodeCount(), 3);  // nobody reads it
     producer->reset();
     EXPECT_EQ(producer->getWriterCount(), 0);
+}
+
+namespace {
+
+class IdleExporter : public ZR::CM::RExporter {
+public:
+    int configure(ZR::CM::RExporterConfiguration&) override { return 0; }
+    int runloop(zrbase::object_refcount*) override { return 0; }
+};
+
+}  // namespace
+
+// A component initialised again lets the readers and writers of the earlier init go: a
+// reader left registered would hold every frame of its queue.
+TEST(MultipleQueueComponentTest, InitAgainLetsTheEarlierEndpointsGo) {
+    RPtr<RQueue> in = cmtest::makeQueue(0, 0), out = cmtest::makeQueue(0, 0);
+    RPtr<PassFilter> filter(new PassFilter);
+    RPtr<IdleExporter> exporter(new IdleExporter);
+    std::vector<RQueue*> inputs{in.addr()};
+    for (int i = 0; i < 2; ++i) {
+        wire(*filter, {in.addr()}, {out.addr()});
+        exporter->init(inputs, nullptr);
+    }
+    EXPECT_EQ(in->getReaderCount(), 2);    // one each
+    EXPECT_EQ(filter->retain_count(), 3);  // the caller, a reader and a writer
+    filter->reset();
+    exporter->reset();
+    EXPECT_EQ(in->getReaderCount(), 0);
 }
 
 // The input has ended but still holds frames the filter has not read: the loop goes on

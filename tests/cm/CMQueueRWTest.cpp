@@ -418,6 +418,11 @@ TEST(SampleAdapterTest, CutsFramesAndEndsWithThePartialOne) {
     EXPECT_DOUBLE_EQ(double(partial->getStartTime()), 1024.0 / 48000);
     EXPECT_TRUE(q->getEndOfQueue());
     EXPECT_EQ(frameReader.nextFrame(), nullptr);
+    // Samples written after the end are buffered anew and go out with the next end().
+    const int nodes = q->getNodeCount();
+    EXPECT_EQ(writer.writeSamples(samples.data(), 10), 10u);
+    writer.end();
+    EXPECT_EQ(q->getNodeCount(), nodes + 1);
 
     EXPECT_THROW(writer.reset(), ZR::CException);
     ZR::CM::RQSampleWriter unconfigured;
