@@ -37,19 +37,6 @@ using Bytes = std::vector<unsigned char>;
 
 namespace {
 
-RPtr<RComponentConfiguration> settingsOf(
-    const std::vector<std::pair<const char*, const char*>>& pairs) {
-    RPtr<RComponentConfiguration> settings(new RComponentConfiguration);
-    for (const auto& pair : pairs) {
-        settings->setString(pair.first, pair.second);
-    }
-    return settings;
-}
-
-double number(std::map<std::string, std::string>& stream, const char* key) {
-    return std::strtod(stream[key].c_str(), nullptr);
-}
-
 std::vector<double> samplesOf(const Bytes& bytes) {
     std::vector<double> samples(bytes.size() / 2);
     for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -101,7 +88,7 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
         "-f lavfi -i sine=f=440:d=0.5:sample_rate=22050 -c:a pcm_s24le", tone24));
     const struct {
         const EncoderSpec& spec;
-        std::vector<std::pair<const char*, const char*>> settings;
+        std::map<std::string, std::string> settings;
         const char* output;
         const char* codec;   // ffprobe's name
         const char* ffmpeg;  // audio: the same encoding by ffmpeg
@@ -141,8 +128,7 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
                                        : new cmcomponents::RWavImporter);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         RPtr<RExporter> exporter(new cmcomponents::RAvExporter);
-        const RPtr<RComponentConfiguration> settings = settingsOf(c.settings);
-        ASSERT_EQ(encoder->configure(*settings), kResultOK);
+        ASSERT_EQ(encoder->configure(*cmtest::settingsOf(c.settings)), kResultOK);
         cmtest::Pipeline p;
         p.importer = importer.addr();
         p.filter = encoder.addr();
@@ -193,8 +179,7 @@ TEST(AvEncoderTest, RefusesSettingsItDoesNotTake) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spec.owner + ": " + c.key + "=" + c.value);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
-        const RPtr<RComponentConfiguration> settings = settingsOf({{c.key, c.value}});
-        const int result = encoder->configure(*settings);
+        const int result = encoder->configure(*cmtest::settingsOf({{c.key, c.value}}));
         if (!c.says) {
             EXPECT_EQ(result, kResultOK);
             continue;
@@ -245,7 +230,7 @@ TEST(AvEncoderTest, RefusesInputItCannotEncode) {
         SCOPED_TRACE(c.name);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         if (c.profile) {
-            ASSERT_EQ(encoder->configure(*settingsOf({{"profile", c.profile}})), kResultOK);
+            ASSERT_EQ(encoder->configure(*cmtest::settingsOf({{"profile", c.profile}})), kResultOK);
         }
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, c.description, frame);
         EXPECT_TRUE(out.frames.empty());
@@ -278,7 +263,8 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
     RPtr<RAvEncoder> vp9(new RAvEncoder(cmcomponents::vp9EncoderSpec()));
     RPtr<RAvEncoder> opus(new RAvEncoder(cmcomponents::opusEncoderSpec()));
     RPtr<cmcomponents::RAvExporter> exporter(new cmcomponents::RAvExporter);
-    ASSERT_EQ(vp9->configure(*settingsOf({{"preset", "realtime"}, {"speed", "8"}})), kResultOK);
+    ASSERT_EQ(vp9->configure(*cmtest::settingsOf({{"preset", "realtime"}, {"speed", "8"}})),
+              kResultOK);
     cmtest::Graph graph;
     graph.importer = importer.addr();
     graph.chains = {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}};
@@ -299,11 +285,8 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
         SCOPED_TRACE(codecs[i]);
         EXPECT_EQ(ours[i]["codec_name"], codecs[i]);
         EXPECT_EQ(ours[i]["nb_read_frames"], theirs[i]["nb_read_frames"]);
-        EXPECT_NEAR(number(ours[i], "start_time"), i == 0 ? 0.0 : number(theirs[i], "start_time"),
-                    0.001);
+        EXPECT_NEAR(cmtest::probedNumber(ours[i], "start_time"),
+                    i == 0 ? 0.0 : cmtest::probedNumber(theirs[i], "start_time"), 0.001);
     }
-    const std::string duration = "ffprobe -v error -show_entries format=duration -of csv=p=0 ";
-    EXPECT_NEAR(std::strtod(cmtest::runCommand(duration + output).output.c_str(), nullptr),
-                std::strtod(cmtest::runCommand(duration + reference).output.c_str(), nullptr),
-                0.04);
+    EXPECT_NEAR(cmtest::probeDuration(output), cmtest::probeDuration(reference), 0.04);
 }

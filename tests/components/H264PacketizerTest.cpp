@@ -1,6 +1,7 @@
 #include "h264.packetizer/H264Packetizer.h"
 
 #include "support/RTPPackets.h"
+#include "support/RtpStreams.h"
 
 #include <gtest/gtest.h>
 
@@ -27,15 +28,6 @@ Bytes unit(unsigned char header, size_t size) {
         bytes.push_back(static_cast<unsigned char>(i | 1));
     }
     return bytes;
-}
-
-Bytes annexB(const std::vector<Bytes>& units) {
-    Bytes out;
-    for (const Bytes& u : units) {
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), u.begin(), u.end());
-    }
-    return out;
 }
 
 Bytes lengthPrefixed(const std::vector<Bytes>& units) {
@@ -83,8 +75,8 @@ TEST(H264PacketizerTest, LaysOutAccessUnits) {
         std::vector<std::string> packets;
     } rows[] = {
         {"Annex B sets in the private data",
-         annexB({kSps, kPps}),
-         {annexB({kIdr}), annexB({kSlice})},
+         cmtest::annexB({kSps, kPps}),
+         {cmtest::annexB({kIdr}), cmtest::annexB({kSlice})},
          {true, false},
          kSets,
          {"M " + stap + "0006658884001122", "M 419a0203"}},
@@ -96,13 +88,13 @@ TEST(H264PacketizerTest, LaysOutAccessUnits) {
          {stap, "7c850103../216", "7c05d7d9../216", "M 7c45adaf../73"}},
         {"sets in the frame, unspecified units dropped",
          {},
-         {annexB({kSps, kPps, kIdr, {0x1e, 1}})},
+         {cmtest::annexB({kSps, kPps, kIdr, {0x1e, 1}})},
          {true},
          kSets,
          {"M " + stap + "0006658884001122"}},
         {"a gathering ends where the payload does",
          {},
-         {annexB({{0x09, 0xf0}, sei, unit(0x41, 100)})},
+         {cmtest::annexB({{0x09, 0xf0}, sei, unit(0x41, 100)})},
          {false},
          "packetization-mode=1",
          {"18000209../157", "M 41010303../100"}},

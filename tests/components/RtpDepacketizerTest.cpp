@@ -5,6 +5,7 @@
 #include "support/RtpStreams.h"
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 using cmcomponents::CodedFormat;
@@ -74,15 +75,6 @@ Bytes idr(std::size_t size) {
     return nal;
 }
 
-Bytes annexB(const std::vector<Bytes>& nals) {
-    Bytes out;
-    for (const Bytes& nal : nals) {
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), nal.begin(), nal.end());
-    }
-    return out;
-}
-
 // The FU-A packets of a 100-byte IDR slice in four pieces, the last with the marker.
 std::vector<Sent> fragmentedIdr(std::uint32_t timestamp) {
     std::vector<Sent> sent;
@@ -128,7 +120,7 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
         aacFragments.push_back(Sent{9000, i + 1 == aacPieces.size(), payload});
     }
     const Sent nextSlice{7200, true, kSlice};
-    const Unit sliceUnit{annexB({kSlice}), 7200, false};
+    const Unit sliceUnit{cmtest::annexB({kSlice}), 7200, false};
     struct Row {
         const char* name;
         const CRtpPayloadFormat& format;
@@ -137,17 +129,17 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
         unsigned long long dropped;
     };
     const std::vector<Row> rows{
-        {"single NAL unit", kH264, {{0, true, big}}, {{annexB({big}), 0, true}}, 0},
+        {"single NAL unit", kH264, {{0, true, big}}, {{cmtest::annexB({big}), 0, true}}, 0},
         {"STAP-A then IDR",
          kH264,
          {{0, false, cmtest::stapA({kSps, kPps})}, {0, true, big}},
-         {{annexB({kSps, kPps, big}), 0, true}},
+         {{cmtest::annexB({kSps, kPps, big}), 0, true}},
          0},
-        {"FU-A", kH264, fragmentedIdr(0), {{annexB({big}), 0, true}}, 0},
+        {"FU-A", kH264, fragmentedIdr(0), {{cmtest::annexB({big}), 0, true}}, 0},
         {"no marker: the next timestamp ends the unit",
          kH264,
          {{0, false, kSlice}, nextSlice},
-         {{annexB({kSlice}), 0, false}, sliceUnit},
+         {{cmtest::annexB({kSlice}), 0, false}, sliceUnit},
          0},
         {"cut at the end before its picture",
          kH264,
@@ -167,7 +159,7 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
         {"a loss before a new timestamp drops that unit too",
          kH264,
          {{0, true, kSlice}, {3600, true, kSlice, true}, nextSlice},
-         {{annexB({kSlice}), 0, false}, sliceUnit},
+         {{cmtest::annexB({kSlice}), 0, false}, sliceUnit},
          1},
         {"a fragment that never ends",
          kH264,
@@ -266,6 +258,11 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
         f.privateData = std::move(privateData);
         return f;
     };
+    const auto fields = [](const CodedFormat& f) {
+        return std::make_tuple(f.media, f.codec, f.width, f.height, f.profile, f.level,
+                               f.sampleRate, f.channels, f.bytesPerSample, f.timeBase.num,
+                               f.timeBase.den, f.privateData);
+    };
     const Bytes sps1080{0x67, 0x42, 0xc0, 0x28, 0xda, 0x01, 0xe0, 0x08, 0x9f,
                         0x97, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10, 0x00,
                         0x00, 0x03, 0x03, 0x20, 0xf1, 0x83, 0x2a};
@@ -273,16 +270,17 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
     const std::vector<Row> rows{
         {payloadFormat("H264", 90000, 0,
                        {{"sprop-parameter-sets", "Z0LAKNoB4AiflwEQAAADABAAAAMDIPGDKg==,aM4PyA=="}}),
-         video(1920, 1080, 66, 40, annexB({sps1080, pps})), ""},
+         video(1920, 1080, 66, 40, cmtest::annexB({sps1080, pps})), ""},
         {payloadFormat("H264", 90000, 0,
                        {{"sprop-parameter-sets", "Z/QADZGWgUH7ARAAAAMAEAAAAwMg8UKq"}}),
-         video(320, 240, 244, 13, annexB({Bytes{0x67, 0xf4, 0x00, 0x0d, 0x91, 0x96, 0x81, 0x41,
-                                                0xfb, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10,
-                                                0x00, 0x00, 0x03, 0x03, 0x20, 0xf1, 0x42, 0xaa}})),
+         video(320, 240, 244, 13,
+               cmtest::annexB({Bytes{0x67, 0xf4, 0x00, 0x0d, 0x91, 0x96, 0x81, 0x41,
+                                     0xfb, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10,
+                                     0x00, 0x00, 0x03, 0x03, 0x20, 0xf1, 0x42, 0xaa}})),
          ""},
         {payloadFormat("H264", 90000, 0, {{"sprop-parameter-sets", "!!!,Z0LA"}}),
          video(0, 0, CodedFormat::kUnknownProfile, CodedFormat::kUnknownLevel,
-               annexB({Bytes{0x67, 0x42, 0xc0}})),
+               cmtest::annexB({Bytes{0x67, 0x42, 0xc0}})),
          ""},
         {kAac, audio(ZR::fourcc("mp4a"), 48000, 2, 0, {0x11, 0x90}), ""},
         {payloadFormat("MPEG4-GENERIC", 44100, 0, {{"config", "1210"}, {"sizelength", "13"}}),
@@ -308,18 +306,6 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
             EXPECT_NE(why.find(row.refusal), std::string::npos) << name << ": " << why;
             continue;
         }
-        const CodedFormat& e = row.expected;
-        EXPECT_EQ(format.media, e.media) << name;
-        EXPECT_EQ(format.codec, e.codec) << name;
-        EXPECT_EQ(format.width, e.width) << name;
-        EXPECT_EQ(format.height, e.height) << name;
-        EXPECT_EQ(format.profile, e.profile) << name;
-        EXPECT_EQ(format.level, e.level) << name;
-        EXPECT_EQ(format.sampleRate, e.sampleRate) << name;
-        EXPECT_EQ(format.channels, e.channels) << name;
-        EXPECT_EQ(format.bytesPerSample, e.bytesPerSample) << name;
-        EXPECT_EQ(format.timeBase.num, e.timeBase.num) << name;
-        EXPECT_EQ(format.timeBase.den, e.timeBase.den) << name;
-        EXPECT_EQ(format.privateData, e.privateData) << name;
+        EXPECT_EQ(fields(format), fields(row.expected)) << name;
     }
 }

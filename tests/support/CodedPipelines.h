@@ -1,8 +1,8 @@
 // Pipelines of several tracks for the tests of the coded-media components: an importer
 // with one queue per track, a chain of stages (decoders, filters, encoders) per track, and
 // one exporter that takes every chain, over file streams, every component on its own
-// thread. Also the importer's tracks read straight from its queues, and tracks fed to an
-// exporter from the test.
+// thread. Also the importer's tracks read straight from its queues, tracks fed to an
+// exporter from the test, settings written as text, and ffprobe's numbers for the files.
 #ifndef CM_TESTS_SUPPORT_CODEDPIPELINES_H
 #define CM_TESTS_SUPPORT_CODEDPIPELINES_H
 
@@ -12,6 +12,7 @@
 #include <cm/CMFrame.h>
 #include <cm/CMImporter.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,21 @@ int importTracks(ZR::CM::RImporter& importer, ZR::RPtr<ZR::CM::RStream> stream, 
 // another is full would never end. Returns the exporter's status; it is reset afterwards.
 ZR::CM::CComponentStatus exportTracks(ZR::CM::RExporter& exporter, const std::string& path,
                                       const std::vector<Track>& tracks);
+
+// A configuration (of any component's kind) holding the settings, given as text.
+template <typename Configuration = ZR::CM::RComponentConfiguration>
+ZR::RPtr<Configuration> settingsOf(const std::map<std::string, std::string>& settings) {
+    ZR::RPtr<Configuration> configuration(new Configuration);
+    for (const auto& [key, value] : settings) {
+        configuration->setString(key.c_str(), value.c_str());
+    }
+    return configuration;
+}
+
+// A number of ffprobe's stream fields (see probeStreams); NaN when absent or "N/A".
+double probedNumber(const std::map<std::string, std::string>& stream, const std::string& key);
+// ffprobe's duration of the whole file, in seconds; NaN when ffprobe fails.
+double probeDuration(const std::string& path);
 
 }  // namespace cmtest
 

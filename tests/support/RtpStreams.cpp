@@ -22,6 +22,15 @@ Bytes rtpPacket(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
     return packet;
 }
 
+Bytes annexB(const std::vector<Bytes>& nals) {
+    Bytes out;
+    for (const Bytes& nal : nals) {
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), nal.begin(), nal.end());
+    }
+    return out;
+}
+
 Bytes stapA(const std::vector<Bytes>& nals) {
     Bytes payload{24};
     for (const Bytes& nal : nals) {
