@@ -88,35 +88,19 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
         "-f lavfi -i sine=f=440:d=0.5:sample_rate=22050 -c:a pcm_s24le", tone24));
     const struct {
         const EncoderSpec& spec;
-        std::map<std::string, std::string> settings;
+        const char* settings;
         const char* output;
         const char* codec;   // ffprobe's name
         const char* ffmpeg;  // audio: the same encoding by ffmpeg
     } cases[] = {
-        {cmcomponents::h264EncoderSpec(), {{"preset", "ultrafast"}}, "h264.mp4", "h264", nullptr},
-        {cmcomponents::h264EncoderSpec(),
-         {{"preset", "ultrafast"}, {"keyint", "4"}},
-         "h264.ts",
-         "h264",
-         nullptr},
-        {cmcomponents::h265EncoderSpec(),
-         {{"preset", "ultrafast"}, {"crf", "22"}},
-         "h265.mkv",
-         "hevc",
-         nullptr},
-        {cmcomponents::vp9EncoderSpec(),
-         {{"preset", "realtime"}, {"speed", "8"}},
-         "vp9.webm",
-         "vp9",
-         nullptr},
-        {cmcomponents::aacEncoderSpec(), {}, "aac.m4a", "aac", "-c:a aac"},
-        {cmcomponents::aacEncoderSpec(),
-         {{"bitrate", "96000"}},
-         "aac.ts",
-         "aac",
-         "-c:a aac -b:a 96000"},
-        {cmcomponents::opusEncoderSpec(), {}, "opus.webm", "opus", "-c:a libopus"},
-        {cmcomponents::aacEncoderSpec(), {}, "aac24.mkv", "aac", "-c:a aac"},
+        {cmcomponents::h264EncoderSpec(), "preset=ultrafast", "h264.mp4", "h264", nullptr},
+        {cmcomponents::h264EncoderSpec(), "preset=ultrafast,keyint=4", "h264.ts", "h264", nullptr},
+        {cmcomponents::h265EncoderSpec(), "preset=ultrafast,crf=22", "h265.mkv", "hevc", nullptr},
+        {cmcomponents::vp9EncoderSpec(), "preset=realtime,speed=8", "vp9.webm", "vp9", nullptr},
+        {cmcomponents::aacEncoderSpec(), "", "aac.m4a", "aac", "-c:a aac"},
+        {cmcomponents::aacEncoderSpec(), "bitrate=96000", "aac.ts", "aac", "-c:a aac -b:a 96000"},
+        {cmcomponents::opusEncoderSpec(), "", "opus.webm", "opus", "-c:a libopus"},
+        {cmcomponents::aacEncoderSpec(), "", "aac24.mkv", "aac", "-c:a aac"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.output);
@@ -179,7 +163,8 @@ TEST(AvEncoderTest, RefusesSettingsItDoesNotTake) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spec.owner + ": " + c.key + "=" + c.value);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
-        const int result = encoder->configure(*cmtest::settingsOf({{c.key, c.value}}));
+        const int result =
+            encoder->configure(*cmtest::settingsOf(std::string(c.key) + "=" + c.value));
         if (!c.says) {
             EXPECT_EQ(result, kResultOK);
             continue;
@@ -230,7 +215,8 @@ TEST(AvEncoderTest, RefusesInputItCannotEncode) {
         SCOPED_TRACE(c.name);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         if (c.profile) {
-            ASSERT_EQ(encoder->configure(*cmtest::settingsOf({{"profile", c.profile}})), kResultOK);
+            ASSERT_EQ(encoder->configure(*cmtest::settingsOf(std::string("profile=") + c.profile)),
+                      kResultOK);
         }
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, c.description, frame);
         EXPECT_TRUE(out.frames.empty());
@@ -263,8 +249,7 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
     RPtr<RAvEncoder> vp9(new RAvEncoder(cmcomponents::vp9EncoderSpec()));
     RPtr<RAvEncoder> opus(new RAvEncoder(cmcomponents::opusEncoderSpec()));
     RPtr<cmcomponents::RAvExporter> exporter(new cmcomponents::RAvExporter);
-    ASSERT_EQ(vp9->configure(*cmtest::settingsOf({{"preset", "realtime"}, {"speed", "8"}})),
-              kResultOK);
+    ASSERT_EQ(vp9->configure(*cmtest::settingsOf("preset=realtime,speed=8")), kResultOK);
     cmtest::Graph graph;
     graph.importer = importer.addr();
     graph.chains = {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}};

@@ -77,10 +77,10 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
          {static_cast<RRTPPacketizer*>(video.addr()), static_cast<RRTPPacketizer*>(aac.addr()),
           static_cast<RRTPPacketizer*>(opus.addr()), static_cast<RRTPPacketizer*>(l16.addr())}) {
         packetizer->configure(*cmtest::settingsOf<ZR::CM::RPacketizerConfiguration>(
-            {{"payload-type", std::to_string(payloadType++)}}));
+            "payload-type=" + std::to_string(payloadType++)));
     }
     graph.exporterConfiguration = *cmtest::settingsOf<ZR::CM::RExporterConfiguration>(
-        {{"host", "127.0.0.1"}, {"port", std::to_string(port)}, {"realtime", "1"}});
+        "host=127.0.0.1,port=" + std::to_string(port) + ",realtime=1");
     const auto started = std::chrono::steady_clock::now();
     ASSERT_EQ(cmtest::runGraph(graph, clip, dir.file("unused")), 0);
     // The last frames are due about a second after the first.
@@ -151,7 +151,7 @@ TEST(RTPExporterTest, RefusesAnInputThatIsNotRtp) {
                                              std::vector<cmtest::Bytes>(20, {1, 2}), 0, 0.1);
     RPtr<RRTPExporter> exporter(new RRTPExporter);
     exporter->configure(*cmtest::settingsOf<ZR::CM::RExporterConfiguration>(
-        {{"port", std::to_string(port)}, {"realtime", "0"}}));
+        "port=" + std::to_string(port) + ",realtime=0"));
     const ZR::CM::CComponentStatus status =
         cmtest::exportTracks(*exporter, dir.file("unused"), {undescribed, plain});
     EXPECT_EQ(status.mExtra, unsigned(ZR::CM::kResultNoValidTracks)) << status.mInfo.c_str();

@@ -50,7 +50,7 @@ TEST_P(RtspImporterRecordingTest, RecordsGStreamerServerIntoMp4) {
     RPtr<RRtspImporter> describer(new RRtspImporter);
     std::vector<RQueue*> none;
     describer->init(nullptr, none);
-    ASSERT_EQ(describer->preconfigure(*cmtest::settingsOf<RImporterConfiguration>({{"url", url}})),
+    ASSERT_EQ(describer->preconfigure(*cmtest::settingsOf<RImporterConfiguration>("url=" + url)),
               0);
     ASSERT_EQ(describer->openSource(), 0) << std::string(describer->getStatus().mInfo.c_str());
     const RPtr<RMovieInfo> movie = describer->getMovieInfo();
@@ -75,7 +75,7 @@ TEST_P(RtspImporterRecordingTest, RecordsGStreamerServerIntoMp4) {
     graph.exporter = exporter.addr();
     graph.chains = {{}, {}};
     graph.importerConfiguration = *cmtest::settingsOf<RImporterConfiguration>(
-        {{"url", url}, {"transport", recording.transport}, {"seconds", "5"}});
+        "url=" + url + ",transport=" + recording.transport + ",seconds=5");
     const int opened = cmtest::runGraph(graph, RPtr<RStream>(), output);
     const CComponentStatus status = importer->getStatus();
     ASSERT_EQ(opened, 0) << status.mInfo.c_str();
@@ -271,7 +271,7 @@ TEST(RtspImporterTest, MisbehavingServersGiveClearResults) {
         const int opened = cmtest::importTracks(
             *importer, nullptr, 1, tracks,
             *cmtest::settingsOf<RImporterConfiguration>(
-                {{"url", server.url()}, {"transport", row.transport}, {"timeout", "2"}}));
+                "url=" + server.url() + ",transport=" + row.transport + ",timeout=2"));
         const CComponentStatus status = importer->getStatus();
         const std::string info = status.mInfo.c_str();
         EXPECT_EQ(opened, row.opened) << row.name << ": " << info;

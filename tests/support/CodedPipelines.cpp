@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <sstream>
 #include <thread>
 
 using ZR::RPtr;
@@ -153,6 +154,14 @@ CComponentStatus exportTracks(RExporter& exporter, const std::string& path,
     const CComponentStatus status = exporter.getStatus();
     exporter.reset();
     return status;
+}
+
+void setAll(RComponentConfiguration& configuration, const std::string& settings) {
+    std::istringstream pairs(settings);
+    for (std::string pair; std::getline(pairs, pair, ',');) {
+        const std::size_t equals = pair.find('=');
+        configuration.setString(pair.substr(0, equals).c_str(), pair.substr(equals + 1).c_str());
+    }
 }
 
 double probedNumber(const std::map<std::string, std::string>& stream, const std::string& key) {

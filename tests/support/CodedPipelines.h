@@ -58,13 +58,13 @@ int importTracks(ZR::CM::RImporter& importer, ZR::RPtr<ZR::CM::RStream> stream, 
 ZR::CM::CComponentStatus exportTracks(ZR::CM::RExporter& exporter, const std::string& path,
                                       const std::vector<Track>& tracks);
 
-// A configuration (of any component's kind) holding the settings, given as text.
+// Sets the settings written as text ("mtu=256,payload-type=96") in the configuration.
+void setAll(ZR::CM::RComponentConfiguration& configuration, const std::string& settings);
+// A configuration of any component's kind holding the settings written as text.
 template <typename Configuration = ZR::CM::RComponentConfiguration>
-ZR::RPtr<Configuration> settingsOf(const std::map<std::string, std::string>& settings) {
+ZR::RPtr<Configuration> settingsOf(const std::string& settings) {
     ZR::RPtr<Configuration> configuration(new Configuration);
-    for (const auto& [key, value] : settings) {
-        configuration->setString(key.c_str(), value.c_str());
-    }
+    setAll(*configuration, settings);
     return configuration;
 }
 
