@@ -34,11 +34,26 @@ namespace {
 const std::string kPicture = "-f lavfi -i testsrc=s=64x48:r=25:d=0.4 ";
 const std::string kTone = "-f lavfi -i sine=f=1000:d=0.4 ";
 
-std::vector<cmtest::Track> importFile(const std::string& path, std::size_t queues, int& opened) {
-    RPtr<RAvImporter> importer(new RAvImporter);
+// What an importer made of the stream: openSource()'s result, its status after the run
+// and the frames of each queue.
+struct Imported {
+    int opened = -1;
+    CComponentStatus status;
     std::vector<cmtest::Track> tracks;
-    opened = cmtest::importTracks(*importer, cmtest::fileStream(path, O_RDONLY), queues, tracks);
-    return tracks;
+};
+
+Imported import(RPtr<RStream> stream, std::size_t queues,
+                const RImporterConfiguration& configuration = {}) {
+    RPtr<RAvImporter> importer(new RAvImporter);
+    Imported out;
+    out.opened =
+        cmtest::importTracks(*importer, std::move(stream), queues, out.tracks, configuration);
+    out.status = importer->getStatus();
+    return out;
+}
+
+Imported import(const std::string& path, std::size_t queues) {
+    return import(cmtest::fileStream(path, O_RDONLY), queues);
 }
 
 double seconds(const std::string& text) {
@@ -112,9 +127,9 @@ TEST(AvImporterTest, ImportsEveryContainerPacketForPacket) {
         const auto packets = cmtest::probePackets(path);
         ASSERT_EQ(streams.size(), c.formats.size());
 
-        int opened = -1;
-        const auto tracks = importFile(path, c.formats.size(), opened);
-        ASSERT_EQ(opened, kResultOK);
+        const Imported in = import(path, c.formats.size());
+        ASSERT_EQ(in.opened, kResultOK);
+        const auto& tracks = in.tracks;
         for (std::size_t t = 0; t < tracks.size(); ++t) {
             SCOPED_TRACE("track " + std::to_string(t + 1));
             ASSERT_TRUE(tracks[t].description);
@@ -176,12 +191,11 @@ TEST(AvImporterTest, ReportsTagsAndPrivateData) {
     EXPECT_EQ(importer->getMovieInfo()->getMetaValue("title"), "Tone");
     importer->reset();
 
-    int opened = -1;
-    const auto tracks = importFile(path, 2, opened);
-    ASSERT_EQ(opened, kResultOK);
+    const Imported in = import(path, 2);
+    ASSERT_EQ(in.opened, kResultOK);
     CodedFormat h264, aac;
-    ASSERT_TRUE(h264.setFromDescription(*tracks[0].description));
-    ASSERT_TRUE(aac.setFromDescription(*tracks[1].description));
+    ASSERT_TRUE(h264.setFromDescription(*in.tracks[0].description));
+    ASSERT_TRUE(aac.setFromDescription(*in.tracks[1].description));
     ASSERT_FALSE(h264.privateData.empty());
     EXPECT_EQ(h264.privateData[0], 1);
     ASSERT_GE(aac.privateData.size(), 2u);
@@ -230,16 +244,11 @@ TEST(AvImporterTest, BadInputFailsWithAClearResult) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
-        RPtr<RAvImporter> importer(new RAvImporter);
-        int opened = -1;
-        std::vector<cmtest::Track> tracks;
-        opened = cmtest::importTracks(*importer, cmtest::fileStream(dir.file(c.file), O_RDONLY), 1,
-                                      tracks);
-        EXPECT_EQ(opened, c.result);
-        const CComponentStatus status = importer->getStatus();
-        EXPECT_EQ(status.mExtra, static_cast<unsigned int>(c.result));
-        EXPECT_NE(std::string(status.mInfo.c_str()).find(c.says), std::string::npos)
-            << status.mInfo.c_str();
+        const Imported in = import(dir.file(c.file), 1);
+        EXPECT_EQ(in.opened, c.result);
+        EXPECT_EQ(in.status.mExtra, static_cast<unsigned int>(c.result));
+        EXPECT_NE(std::string(in.status.mInfo.c_str()).find(c.says), std::string::npos)
+            << in.status.mInfo.c_str();
     }
 }
 
@@ -253,20 +262,16 @@ TEST(AvImporterTest, AStreamFailingMidReadIsAReadFailure) {
     const long long size = static_cast<long long>(cmtest::readFile(path).size());
     for (const long long good : {100LL, size - 1000}) {
         SCOPED_TRACE(good);
-        RPtr<RAvImporter> importer(new RAvImporter);
-        std::vector<cmtest::Track> tracks;
-        const int opened = cmtest::importTracks(
-            *importer, RPtr<RStream>(new FailingStream(cmtest::fileStream(path, O_RDONLY), good)),
-            1, tracks);
-        const CComponentStatus status = importer->getStatus();
-        EXPECT_EQ(status.mExtra, static_cast<unsigned int>(kResultFileReadFailed))
-            << status.mInfo.c_str();
+        const Imported in =
+            import(RPtr<RStream>(new FailingStream(cmtest::fileStream(path, O_RDONLY), good)), 1);
+        EXPECT_EQ(in.status.mExtra, static_cast<unsigned int>(kResultFileReadFailed))
+            << in.status.mInfo.c_str();
         if (good == 100) {
-            EXPECT_EQ(opened, kResultFileReadFailed);
+            EXPECT_EQ(in.opened, kResultFileReadFailed);
         } else {
-            EXPECT_EQ(opened, kResultOK);
-            EXPECT_GT(tracks[0].frames.size(), 0u);
-            EXPECT_LT(tracks[0].frames.size(), 50u);
+            EXPECT_EQ(in.opened, kResultOK);
+            EXPECT_GT(in.tracks[0].frames.size(), 0u);
+            EXPECT_LT(in.tracks[0].frames.size(), 50u);
         }
     }
 }
@@ -294,11 +299,11 @@ TEST(AvImporterTest, ReadsFilesMappedFilesAndHttp) {
     for (const RPtr<RStream>& stream : streams) {
         ASSERT_TRUE(stream);
         SCOPED_TRACE(stream->getURI().c_str());
-        RPtr<RAvImporter> importer(new RAvImporter);
-        std::vector<cmtest::Track> tracks;
-        ASSERT_EQ(cmtest::importTracks(*importer, stream, 2, tracks), kResultOK);
-        EXPECT_EQ(importer->getStatus().mExtra, 0u) << importer->getStatus().mInfo.c_str();
-        const std::vector<std::size_t> counts{tracks[0].frames.size(), tracks[1].frames.size()};
+        const Imported in = import(stream, 2);
+        ASSERT_EQ(in.opened, kResultOK);
+        EXPECT_EQ(in.status.mExtra, 0u) << in.status.mInfo.c_str();
+        const std::vector<std::size_t> counts{in.tracks[0].frames.size(),
+                                              in.tracks[1].frames.size()};
         EXPECT_EQ(counts[0], 10u);
         if (first.empty()) {
             first = counts;
@@ -325,14 +330,12 @@ TEST(AvImporterTest, TracksSettingOrdersTheQueues) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.tracks);
-        RPtr<RImporterConfiguration> configuration(new RImporterConfiguration);
-        configuration->setString("tracks", c.tracks);
-        RPtr<RAvImporter> importer(new RAvImporter);
-        std::vector<cmtest::Track> tracks;
+        RImporterConfiguration configuration;
+        configuration.setString("tracks", c.tracks);
         const std::size_t queues = c.formats.empty() ? 1 : c.formats.size();
-        cmtest::importTracks(*importer, cmtest::fileStream(path, O_RDONLY), queues, tracks,
-                             *configuration);
-        const CComponentStatus status = importer->getStatus();
+        const Imported in = import(cmtest::fileStream(path, O_RDONLY), queues, configuration);
+        const CComponentStatus& status = in.status;
+        const std::vector<cmtest::Track>& tracks = in.tracks;
         if (c.formats.empty()) {
             EXPECT_EQ(status.mExtra, static_cast<unsigned int>(kResultSettingParseFailed));
             continue;
