@@ -10,6 +10,7 @@
 
 using ZR::RPtr;
 using namespace cmcomponents;
+using cmtest::annexB;
 using cmtest::Bytes;
 
 namespace {
@@ -75,8 +76,8 @@ TEST(H264PacketizerTest, LaysOutAccessUnits) {
         std::vector<std::string> packets;
     } rows[] = {
         {"Annex B sets in the private data",
-         cmtest::annexB({kSps, kPps}),
-         {cmtest::annexB({kIdr}), cmtest::annexB({kSlice})},
+         annexB({kSps, kPps}),
+         {annexB({kIdr}), annexB({kSlice})},
          {true, false},
          kSets,
          {"M " + stap + "0006658884001122", "M 419a0203"}},
@@ -88,13 +89,13 @@ TEST(H264PacketizerTest, LaysOutAccessUnits) {
          {stap, "7c850103../216", "7c05d7d9../216", "M 7c45adaf../73"}},
         {"sets in the frame, unspecified units dropped",
          {},
-         {cmtest::annexB({kSps, kPps, kIdr, {0x1e, 1}})},
+         {annexB({kSps, kPps, kIdr, {0x1e, 1}})},
          {true},
          kSets,
          {"M " + stap + "0006658884001122"}},
         {"a gathering ends where the payload does",
          {},
-         {cmtest::annexB({{0x09, 0xf0}, sei, unit(0x41, 100)})},
+         {annexB({{0x09, 0xf0}, sei, unit(0x41, 100)})},
          {false},
          "packetization-mode=1",
          {"18000209../157", "M 41010303../100"}},

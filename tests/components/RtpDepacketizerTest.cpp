@@ -13,7 +13,10 @@ using cmcomponents::CRtpAccessUnit;
 using cmcomponents::CRtpDepacketizer;
 using cmcomponents::CRtpPacket;
 using cmcomponents::CRtpPayloadFormat;
+using cmtest::aacHbr;
+using cmtest::annexB;
 using cmtest::Bytes;
+using cmtest::stapA;
 
 namespace {
 
@@ -85,18 +88,16 @@ std::vector<Sent> fragmentedIdr(std::uint32_t timestamp) {
     return sent;
 }
 
-std::vector<Sent> without(std::vector<Sent> sent, std::size_t index, bool lossAfter) {
+// The packets less the one at index, the next marked as coming after a loss when
+// lossAfter, then one more.
+std::vector<Sent> without(std::vector<Sent> sent, std::size_t index, bool lossAfter,
+                          const Sent& then) {
     sent.erase(sent.begin() + static_cast<std::ptrdiff_t>(index));
     if (lossAfter && index < sent.size()) {
         sent[index].afterLoss = true;
     }
+    sent.push_back(then);
     return sent;
-}
-
-template <typename... Lists>
-std::vector<Sent> joined(std::vector<Sent> first, const Lists&... rest) {
-    (first.insert(first.end(), rest.begin(), rest.end()), ...);
-    return first;
 }
 
 }  // namespace
@@ -107,6 +108,8 @@ std::vector<Sent> joined(std::vector<Sent> first, const Lists&... rest) {
 TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
     const Bytes big = idr(100);
     const Bytes tone{0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    const Bytes swapped{0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x08, 0x07};
+    const Bytes longStap{24, 0x00, 0x09, 0x41, 0x9A};
     const Bytes aac1(40, 0xA1), aac2(7, 0xA2), aac3(300, 0xA3);
     const std::vector<Bytes> aacPieces{Bytes(aac3.begin(), aac3.begin() + 100),
                                        Bytes(aac3.begin() + 100, aac3.begin() + 200),
@@ -114,13 +117,17 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
     // The AAC-hbr fragments of aac3: each carries the whole unit's size in its AU header.
     std::vector<Sent> aacFragments;
     for (std::size_t i = 0; i < aacPieces.size(); ++i) {
-        Bytes payload = cmtest::aacHbr({aac3});
+        Bytes payload = aacHbr({aac3});
         payload.resize(4);
         payload.insert(payload.end(), aacPieces[i].begin(), aacPieces[i].end());
         aacFragments.push_back(Sent{9000, i + 1 == aacPieces.size(), payload});
     }
     const Sent nextSlice{7200, true, kSlice};
-    const Unit sliceUnit{cmtest::annexB({kSlice}), 7200, false};
+    const Unit sliceUnit{annexB({kSlice}), 7200, false}, firstSlice{annexB({kSlice}), 0, false};
+    const Unit bigUnit{annexB({big}), 0, true};
+    const std::vector<Sent> fu = fragmentedIdr(0);
+    Bytes cutAac = aacHbr({aac1, aac2});
+    cutAac.pop_back();
     struct Row {
         const char* name;
         const CRtpPayloadFormat& format;
@@ -129,77 +136,43 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
         unsigned long long dropped;
     };
     const std::vector<Row> rows{
-        {"single NAL unit", kH264, {{0, true, big}}, {{cmtest::annexB({big}), 0, true}}, 0},
+        {"single NAL unit", kH264, {{0, true, big}}, {bigUnit}, 0},
         {"STAP-A then IDR",
          kH264,
-         {{0, false, cmtest::stapA({kSps, kPps})}, {0, true, big}},
-         {{cmtest::annexB({kSps, kPps, big}), 0, true}},
+         {{0, false, stapA({kSps, kPps})}, {0, true, big}},
+         {{annexB({kSps, kPps, big}), 0, true}},
          0},
-        {"FU-A", kH264, fragmentedIdr(0), {{cmtest::annexB({big}), 0, true}}, 0},
+        {"FU-A", kH264, fu, {bigUnit}, 0},
         {"no marker: the next timestamp ends the unit",
          kH264,
          {{0, false, kSlice}, nextSlice},
-         {{cmtest::annexB({kSlice}), 0, false}, sliceUnit},
+         {firstSlice, sliceUnit},
          0},
-        {"cut at the end before its picture",
-         kH264,
-         {nextSlice, {9000, false, kAud}},
-         {sliceUnit},
-         0},
-        {"FU-A without its start",
-         kH264,
-         joined(without(fragmentedIdr(0), 0, false), std::vector<Sent>{nextSlice}),
-         {sliceUnit},
-         1},
-        {"FU-A with a lost middle",
-         kH264,
-         joined(without(fragmentedIdr(0), 1, true), std::vector<Sent>{nextSlice}),
-         {sliceUnit},
-         1},
+        {"ends before its picture", kH264, {nextSlice, {9000, false, kAud}}, {sliceUnit}, 0},
+        {"FU-A without its start", kH264, without(fu, 0, false, nextSlice), {sliceUnit}, 1},
+        {"FU-A with a lost middle", kH264, without(fu, 1, true, nextSlice), {sliceUnit}, 1},
         {"a loss before a new timestamp drops that unit too",
          kH264,
          {{0, true, kSlice}, {3600, true, kSlice, true}, nextSlice},
-         {{cmtest::annexB({kSlice}), 0, false}, sliceUnit},
+         {firstSlice, sliceUnit},
          1},
-        {"a fragment that never ends",
-         kH264,
-         joined(without(fragmentedIdr(0), 3, false), std::vector<Sent>{{0, true, kSlice}}),
-         {},
-         1},
-        {"STAP-A longer than its packet",
-         kH264,
-         {{0, true, Bytes{24, 0x00, 0x09, 0x41, 0x9A}}, nextSlice},
-         {sliceUnit},
-         1},
+        {"a fragment that never ends", kH264, without(fu, 3, false, {0, true, kSlice}), {}, 1},
+        {"STAP-A longer than its packet", kH264, {{0, true, longStap}, nextSlice}, {sliceUnit}, 1},
         {"interleaved-mode MTAP", kH264, {{0, true, Bytes{26, 0, 0, 0}}}, {}, 1},
         {"three AAC units in one packet",
          kAac,
-         {{1000, true, cmtest::aacHbr({aac1, aac2, aac1})}},
+         {{1000, true, aacHbr({aac1, aac2, aac1})}},
          {{aac1, 1000, true}, {aac2, 2024, true}, {aac1, 3048, true}},
          0},
         {"a fragmented AAC unit", kAac, aacFragments, {{aac3, 9000, true}}, 0},
         {"an AAC fragment lost",
          kAac,
-         joined(without(aacFragments, 1, true),
-                std::vector<Sent>{{10024, true, cmtest::aacHbr({aac2})}}),
+         without(aacFragments, 1, true, {10024, true, aacHbr({aac2})}),
          {{aac2, 10024, true}},
          1},
         {"AU headers longer than the packet", kAac, {{0, true, Bytes{0x01, 0x00, 0x05}}}, {}, 1},
-        {"an AAC unit longer than the packet's rest",
-         kAac,
-         {{0, true,
-           [&] {
-               Bytes p = cmtest::aacHbr({aac1, aac2});
-               p.resize(p.size() - 1);
-               return p;
-           }()}},
-         {{aac1, 0, true}},
-         1},
-        {"L16 to little-endian",
-         kL16,
-         {{500, true, tone}},
-         {{Bytes{0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x08, 0x07}, 500, true}},
-         0},
+        {"an AAC unit past the packet's end", kAac, {{0, true, cutAac}}, {{aac1, 0, true}}, 1},
+        {"L16 to little-endian", kL16, {{500, true, tone}}, {{swapped, 500, true}}, 0},
         {"L16 of a partial sample frame", kL16, {{500, true, Bytes{1, 2, 3, 4, 5, 6}}}, {}, 1},
     };
     for (const Row& row : rows) {
@@ -270,17 +243,16 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
     const std::vector<Row> rows{
         {payloadFormat("H264", 90000, 0,
                        {{"sprop-parameter-sets", "Z0LAKNoB4AiflwEQAAADABAAAAMDIPGDKg==,aM4PyA=="}}),
-         video(1920, 1080, 66, 40, cmtest::annexB({sps1080, pps})), ""},
+         video(1920, 1080, 66, 40, annexB({sps1080, pps})), ""},
         {payloadFormat("H264", 90000, 0,
                        {{"sprop-parameter-sets", "Z/QADZGWgUH7ARAAAAMAEAAAAwMg8UKq"}}),
-         video(320, 240, 244, 13,
-               cmtest::annexB({Bytes{0x67, 0xf4, 0x00, 0x0d, 0x91, 0x96, 0x81, 0x41,
-                                     0xfb, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10,
-                                     0x00, 0x00, 0x03, 0x03, 0x20, 0xf1, 0x42, 0xaa}})),
+         video(320, 240, 244, 13, annexB({Bytes{0x67, 0xf4, 0x00, 0x0d, 0x91, 0x96, 0x81, 0x41,
+                                                0xfb, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10,
+                                                0x00, 0x00, 0x03, 0x03, 0x20, 0xf1, 0x42, 0xaa}})),
          ""},
         {payloadFormat("H264", 90000, 0, {{"sprop-parameter-sets", "!!!,Z0LA"}}),
          video(0, 0, CodedFormat::kUnknownProfile, CodedFormat::kUnknownLevel,
-               cmtest::annexB({Bytes{0x67, 0x42, 0xc0}})),
+               annexB({Bytes{0x67, 0x42, 0xc0}})),
          ""},
         {kAac, audio(ZR::fourcc("mp4a"), 48000, 2, 0, {0x11, 0x90}), ""},
         {payloadFormat("MPEG4-GENERIC", 44100, 0, {{"config", "1210"}, {"sizelength", "13"}}),
