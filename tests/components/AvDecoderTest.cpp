@@ -86,11 +86,7 @@ TEST(AvDecoderTest, DecodesWhatFfmpegDecodes) {
         if (c.layout) {
             settings->setString("format", c.layout);
         }
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.filter = decoder.addr();
-        p.filterArgument = settings.addr();
-        p.exporter = exporter.addr();
+        cmtest::Pipeline p{importer.addr(), decoder.addr(), settings.addr(), exporter.addr()};
         ASSERT_EQ(cmtest::runPipeline(p, source, output), kResultOK);
         EXPECT_EQ(decoder->getStatus().mExtra, 0u) << decoder->getStatus().mInfo.c_str();
         EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();

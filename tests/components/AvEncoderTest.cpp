@@ -113,10 +113,7 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         RPtr<RExporter> exporter(new cmcomponents::RAvExporter);
         ASSERT_EQ(encoder->configure(*cmtest::settingsOf(c.settings)), kResultOK);
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.filter = encoder.addr();
-        p.exporter = exporter.addr();
+        cmtest::Pipeline p{importer.addr(), encoder.addr(), nullptr, exporter.addr()};
         ASSERT_EQ(cmtest::runPipeline(p, input, output), kResultOK);
         EXPECT_EQ(encoder->getStatus().mExtra, 0u) << encoder->getStatus().mInfo.c_str();
         EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();
@@ -250,10 +247,9 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
     RPtr<RAvEncoder> opus(new RAvEncoder(cmcomponents::opusEncoderSpec()));
     RPtr<cmcomponents::RAvExporter> exporter(new cmcomponents::RAvExporter);
     ASSERT_EQ(vp9->configure(*cmtest::settingsOf("preset=realtime,speed=8")), kResultOK);
-    cmtest::Graph graph;
-    graph.importer = importer.addr();
-    graph.chains = {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}};
-    graph.exporter = exporter.addr();
+    cmtest::Graph graph{importer.addr(),
+                        {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}},
+                        exporter.addr()};
     const std::string output = dir.file("out.webm");
     ASSERT_EQ(cmtest::runGraph(graph, input, output), kResultOK);
     for (RComponent* component :

@@ -65,10 +65,7 @@ TEST(AvExporterTest, CopiesTracksIntoEveryContainer) {
         const std::string output = dir.file(c.output);
         RPtr<RAvImporter> importer(new RAvImporter);
         RPtr<RAvExporter> exporter(new RAvExporter);
-        cmtest::Graph graph;
-        graph.importer = importer.addr();
-        graph.chains = {{}, {}};
-        graph.exporter = exporter.addr();
+        cmtest::Graph graph{importer.addr(), {{}, {}}, exporter.addr()};
         ASSERT_EQ(cmtest::runGraph(graph, c.input, output), kResultOK);
         EXPECT_EQ(importer->getStatus().mExtra, 0u) << importer->getStatus().mInfo.c_str();
         EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();

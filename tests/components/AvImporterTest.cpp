@@ -185,9 +185,7 @@ TEST(AvImporterTest, ReportsTagsAndPrivateData) {
     ASSERT_TRUE(cmtest::makeWithFfmpeg(
         kPicture + kTone + "-c:v libx264 -preset ultrafast -c:a aac -metadata title=Tone", path));
     RPtr<RAvImporter> importer(new RAvImporter);
-    std::vector<RQueue*> none;
-    importer->init(cmtest::fileStream(path, O_RDONLY), none);
-    ASSERT_EQ(importer->openSource(), kResultOK);
+    ASSERT_EQ(cmtest::openOn(*importer, path), kResultOK);
     EXPECT_EQ(importer->getMovieInfo()->getMetaValue("title"), "Tone");
     importer->reset();
 

@@ -98,11 +98,7 @@ TEST(GainFilterTest, PipelineAppliesTheGainTheToolsMeasure) {
         RPtr<cmcomponents::RWavExporter> exporter(new cmcomponents::RWavExporter);
         RPtr<RFilterConfiguration> configuration(new RFilterConfiguration);
         configuration->setFloat("gain-db", static_cast<float>(c.db));
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.filter = gain.addr();
-        p.filterArgument = configuration.addr();
-        p.exporter = exporter.addr();
+        cmtest::Pipeline p{importer.addr(), gain.addr(), configuration.addr(), exporter.addr()};
         p.importerConfiguration.setInt("samples-per-frame", 333);
         ASSERT_EQ(cmtest::runPipeline(p, dir.file("in.wav"), dir.file("out.wav")), kResultOK);
         EXPECT_EQ(gain->getStatus().mExtra, 0u) << gain->getStatus().mInfo.c_str();

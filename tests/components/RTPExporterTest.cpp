@@ -68,10 +68,9 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
     RPtr<ROpusPacketizer> opus(new ROpusPacketizer);
     RPtr<RL16Packetizer> l16(new RL16Packetizer);
     RPtr<RRTPExporter> exporter(new RRTPExporter);
-    cmtest::Graph graph;
-    graph.importer = importer.addr();
-    graph.chains = {{video.addr()}, {aac.addr()}, {opus.addr()}, {l16.addr()}};
-    graph.exporter = exporter.addr();
+    cmtest::Graph graph{importer.addr(),
+                        {{video.addr()}, {aac.addr()}, {opus.addr()}, {l16.addr()}},
+                        exporter.addr()};
     int payloadType = 96;
     for (RRTPPacketizer* packetizer :
          {static_cast<RRTPPacketizer*>(video.addr()), static_cast<RRTPPacketizer*>(aac.addr()),

@@ -70,10 +70,7 @@ TEST_P(RtspImporterRecordingTest, RecordsGStreamerServerIntoMp4) {
     const std::string output = dir.file("recording.mp4");
     RPtr<RRtspImporter> importer(new RRtspImporter);
     RPtr<cmcomponents::RAvExporter> exporter(new cmcomponents::RAvExporter);
-    cmtest::Graph graph;
-    graph.importer = importer.addr();
-    graph.exporter = exporter.addr();
-    graph.chains = {{}, {}};
+    cmtest::Graph graph{importer.addr(), {{}, {}}, exporter.addr()};
     graph.importerConfiguration = *cmtest::settingsOf<RImporterConfiguration>(
         "url=" + url + ",transport=" + recording.transport + ",seconds=5");
     const int opened = cmtest::runGraph(graph, RPtr<RStream>(), output);

@@ -18,13 +18,14 @@
 
 namespace cmtest {
 
+// Written as {importer, chains, exporter}; the rest as needed.
 struct Graph {
     ZR::CM::RImporter* importer = nullptr;
     // One chain per imported track, in track order; an empty chain copies the track.
-    std::vector<std::vector<ZR::CM::CMMultipleQueueComponent*>> chains;
+    std::vector<std::vector<ZR::CM::CMMultipleQueueComponent*>> chains = {};
     ZR::CM::RExporter* exporter = nullptr;
-    ZR::CM::RImporterConfiguration importerConfiguration;
-    ZR::CM::RExporterConfiguration exporterConfiguration;
+    ZR::CM::RImporterConfiguration importerConfiguration = {};
+    ZR::CM::RExporterConfiguration exporterConfiguration = {};
     // Small limits, so that flow control is exercised.
     int lowLimit = 2;
     int highLimit = 4;

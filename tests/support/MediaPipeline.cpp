@@ -18,6 +18,12 @@ RPtr<RStream> fileStream(const std::string& path, unsigned int flags) {
     return RStream::getStream(ZR::RURI(path.c_str()), flags, 0);
 }
 
+int openOn(RImporter& importer, const std::string& path) {
+    std::vector<RQueue*> none;
+    importer.init(fileStream(path, O_RDONLY), none);
+    return importer.openSource();
+}
+
 int runPipeline(Pipeline& p, const std::string& input, const std::string& output) {
     RPtr<RQueue> first(new RQueue(p.lowLimit, p.highLimit, ZR::CString("imported")));
     RPtr<RQueue> second(new RQueue(p.lowLimit, p.highLimit, ZR::CString("filtered")));

@@ -19,7 +19,11 @@ namespace cmtest {
 
 // A file stream for path, not yet open; flags are open(2) flags.
 ZR::RPtr<ZR::CM::RStream> fileStream(const std::string& path, unsigned int flags);
+// Initializes the importer on the file at path, without queues, and opens its source;
+// openSource()'s result.
+int openOn(ZR::CM::RImporter& importer, const std::string& path);
 
+// Written as {importer, filter, filterArgument, exporter}; the rest as needed.
 struct Pipeline {
     ZR::CM::RImporter* importer = nullptr;
     ZR::CM::CMMultipleQueueComponent* filter = nullptr;  // optional
@@ -27,8 +31,8 @@ struct Pipeline {
     zrbase::object_refcount* filterArgument = nullptr;
     ZR::CM::RExporter* exporter = nullptr;
     // The importer's and the exporter's configurations.
-    ZR::CM::RImporterConfiguration importerConfiguration;
-    ZR::CM::RExporterConfiguration exporterConfiguration;
+    ZR::CM::RImporterConfiguration importerConfiguration = {};
+    ZR::CM::RExporterConfiguration exporterConfiguration = {};
     // Queue limits: small, so that flow control is exercised.
     int lowLimit = 2;
     int highLimit = 4;
