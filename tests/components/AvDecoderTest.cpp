@@ -126,9 +126,6 @@ TEST(AvDecoderTest, RefusesWhatItCannotDecode) {
         RPtr<RAvDecoder> decoder(new RAvDecoder);
         const cmtest::Filtered out = cmtest::filterFrames(*decoder, nullptr, c.description, frames);
         EXPECT_TRUE(out.frames.empty());
-        const CComponentStatus status = decoder->getStatus();
-        EXPECT_EQ(status.mExtra, static_cast<unsigned int>(c.result));
-        EXPECT_NE(std::string(status.mInfo.c_str()).find(c.says), std::string::npos)
-            << status.mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(decoder->getStatus(), c.result, c.says));
     }
 }

@@ -169,10 +169,7 @@ TEST(AvEncoderTest, RefusesSettingsItDoesNotTake) {
         EXPECT_EQ(result, kResultSettingParseFailed);
         // A run after a refused configuration fails with the same line.
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, nullptr, {});
-        EXPECT_EQ(encoder->getStatus().mExtra,
-                  static_cast<unsigned int>(kResultSettingParseFailed));
-        EXPECT_NE(std::string(encoder->getStatus().mInfo.c_str()).find(c.says), std::string::npos)
-            << encoder->getStatus().mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(encoder->getStatus(), kResultSettingParseFailed, c.says));
     }
 }
 
@@ -217,9 +214,7 @@ TEST(AvEncoderTest, RefusesInputItCannotEncode) {
         }
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, c.description, frame);
         EXPECT_TRUE(out.frames.empty());
-        EXPECT_EQ(encoder->getStatus().mExtra, static_cast<unsigned int>(c.result));
-        EXPECT_NE(std::string(encoder->getStatus().mInfo.c_str()).find(c.says), std::string::npos)
-            << encoder->getStatus().mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(encoder->getStatus(), c.result, c.says));
     }
 }
 

@@ -192,10 +192,7 @@ TEST(Y4MImporterTest, BadHeadersAreRefusedAndBrokenFramesEndTheTrack) {
         SCOPED_TRACE(b.name);
         cmtest::writeFile(dir.file("in.y4m"), b.content);
         const CComponentStatus status = importAndExport(dir.file("in.y4m"), dir.file("out.y4m"));
-        EXPECT_EQ(status.mExtra, static_cast<unsigned int>(b.result)) << status.mInfo.c_str();
-        EXPECT_NE(std::string(status.mInfo.c_str()).find("frame " + std::to_string(b.frames)),
-                  std::string::npos)
-            << status.mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(status, b.result, "frame " + std::to_string(b.frames)));
         EXPECT_EQ(status.mFrames, static_cast<int>(b.frames));
         EXPECT_EQ(cmtest::probeStream(dir.file("out.y4m"), true)["nb_read_frames"],
                   std::to_string(b.frames));

@@ -110,4 +110,15 @@ Filtered filterFrames(CMMultipleQueueComponent& filter, zrbase::object_refcount*
     return result;
 }
 
+testing::AssertionResult endedWith(const CComponentStatus& status, int result,
+                                   const std::string& says) {
+    const std::string info = status.mInfo.c_str();
+    if (status.mExtra == static_cast<unsigned int>(result) &&
+        info.find(says) != std::string::npos) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "ended with " << status.mExtra << " \"" << info
+                                       << "\", not " << result << " and \"" << says << "\"";
+}
+
 }  // namespace cmtest

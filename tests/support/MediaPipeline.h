@@ -12,6 +12,8 @@
 
 #include <cm/CMFrame.h>
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -62,6 +64,11 @@ struct Filtered {
 Filtered filterFrames(ZR::CM::CMMultipleQueueComponent& filter, zrbase::object_refcount* argument,
                       const ZR::CM::RDescription* description,
                       const std::vector<ZR::RPtr<ZR::CM::RFrame>>& frames);
+
+// Whether a run ended with the result and a status text that contains `says`; a failure
+// shows what the status held.
+testing::AssertionResult endedWith(const ZR::CM::CComponentStatus& status, int result,
+                                   const std::string& says);
 
 }  // namespace cmtest
 
