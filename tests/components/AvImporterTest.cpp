@@ -97,26 +97,21 @@ TEST(AvImporterTest, ImportsEveryContainerPacketForPacket) {
     const struct {
         const char* file;
         std::string arguments;
-        std::vector<std::string> formats;
+        std::string formats;  // each track's code, four characters and a space
     } cases[] = {
-        {"a.mp4", kPicture + kTone + "-c:v libx264 -preset ultrafast -c:a aac", {"avc1", "mp4a"}},
+        {"a.mp4", kPicture + kTone + "-c:v libx264 -preset ultrafast -c:a aac", "avc1 mp4a"},
         {"a.mov",
-         kPicture + kTone +
-             "-c:v libx265 -preset ultrafast -x265-params log-level=error "
-             "-c:a alac",
-         {"hvc1", "alac"}},
-        {"a.mkv",
-         kPicture + kTone + "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus",
-         {"vp09", "Opus"}},
-        {"a.webm", kPicture + kTone + "-c:v libvpx -c:a libvorbis", {"vp08", "vorb"}},
-        {"a.ts",
-         kPicture + kTone + "-c:v libx264 -preset ultrafast -bf 2 -c:a aac",
-         {"avc1", "mp4a"}},
-        {"a.ogg", kTone + "-c:a libopus", {"Opus"}},
-        {"a.flac", kTone + "-c:a flac", {"fLaC"}},
-        {"a.mp3", kTone + "-c:a libmp3lame", {"mp3 "}},
-        {"float.wav", kTone + "-c:a pcm_f32le", {"fl32"}},
-        {"rf64.wav", kTone + "-c:a pcm_s24le -rf64 always", {"lpcm"}},
+         kPicture + kTone + "-c:v libx265 -preset ultrafast -x265-params log-level=error -c:a alac",
+         "hvc1 alac"},
+        {"a.mkv", kPicture + kTone + "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus",
+         "vp09 Opus"},
+        {"a.webm", kPicture + kTone + "-c:v libvpx -c:a libvorbis", "vp08 vorb"},
+        {"a.ts", kPicture + kTone + "-c:v libx264 -preset ultrafast -bf 2 -c:a aac", "avc1 mp4a"},
+        {"a.ogg", kTone + "-c:a libopus", "Opus"},
+        {"a.flac", kTone + "-c:a flac", "fLaC"},
+        {"a.mp3", kTone + "-c:a libmp3lame", "mp3 "},
+        {"float.wav", kTone + "-c:a pcm_f32le", "fl32"},
+        {"rf64.wav", kTone + "-c:a pcm_s24le -rf64 always", "lpcm"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
@@ -125,9 +120,9 @@ TEST(AvImporterTest, ImportsEveryContainerPacketForPacket) {
         ASSERT_TRUE(cmtest::makeWithFfmpeg(c.arguments, path));
         const auto streams = cmtest::probeStreams(path, false);
         const auto packets = cmtest::probePackets(path);
-        ASSERT_EQ(streams.size(), c.formats.size());
+        ASSERT_EQ(streams.size(), (c.formats.size() + 1) / 5);
 
-        const Imported in = import(path, c.formats.size());
+        const Imported in = import(path, streams.size());
         ASSERT_EQ(in.opened, kResultOK);
         const auto& tracks = in.tracks;
         for (std::size_t t = 0; t < tracks.size(); ++t) {
@@ -136,7 +131,7 @@ TEST(AvImporterTest, ImportsEveryContainerPacketForPacket) {
             CodedFormat format;
             ASSERT_TRUE(format.setFromDescription(*tracks[t].description));
             auto stream = streams[t];
-            EXPECT_EQ(fourccText(format.codec), c.formats[t]);
+            EXPECT_EQ(fourccText(format.codec), c.formats.substr(5 * t, 4));
             if (format.isVideo()) {
                 EXPECT_EQ(std::to_string(format.width), stream["width"]);
                 EXPECT_EQ(std::to_string(format.height), stream["height"]);
