@@ -37,19 +37,6 @@ using Bytes = std::vector<unsigned char>;
 
 namespace {
 
-RPtr<RComponentConfiguration> settingsOf(
-    const std::vector<std::pair<const char*, const char*>>& pairs) {
-    RPtr<RComponentConfiguration> settings(new RComponentConfiguration);
-    for (const auto& pair : pairs) {
-        settings->setString(pair.first, pair.second);
-    }
-    return settings;
-}
-
-double number(std::map<std::string, std::string>& stream, const char* key) {
-    return std::strtod(stream[key].c_str(), nullptr);
-}
-
 std::vector<double> samplesOf(const Bytes& bytes) {
     std::vector<double> samples(bytes.size() / 2);
     for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -101,35 +88,19 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
         "-f lavfi -i sine=f=440:d=0.5:sample_rate=22050 -c:a pcm_s24le", tone24));
     const struct {
         const EncoderSpec& spec;
-        std::vector<std::pair<const char*, const char*>> settings;
+        const char* settings;
         const char* output;
         const char* codec;   // ffprobe's name
         const char* ffmpeg;  // audio: the same encoding by ffmpeg
     } cases[] = {
-        {cmcomponents::h264EncoderSpec(), {{"preset", "ultrafast"}}, "h264.mp4", "h264", nullptr},
-        {cmcomponents::h264EncoderSpec(),
-         {{"preset", "ultrafast"}, {"keyint", "4"}},
-         "h264.ts",
-         "h264",
-         nullptr},
-        {cmcomponents::h265EncoderSpec(),
-         {{"preset", "ultrafast"}, {"crf", "22"}},
-         "h265.mkv",
-         "hevc",
-         nullptr},
-        {cmcomponents::vp9EncoderSpec(),
-         {{"preset", "realtime"}, {"speed", "8"}},
-         "vp9.webm",
-         "vp9",
-         nullptr},
-        {cmcomponents::aacEncoderSpec(), {}, "aac.m4a", "aac", "-c:a aac"},
-        {cmcomponents::aacEncoderSpec(),
-         {{"bitrate", "96000"}},
-         "aac.ts",
-         "aac",
-         "-c:a aac -b:a 96000"},
-        {cmcomponents::opusEncoderSpec(), {}, "opus.webm", "opus", "-c:a libopus"},
-        {cmcomponents::aacEncoderSpec(), {}, "aac24.mkv", "aac", "-c:a aac"},
+        {cmcomponents::h264EncoderSpec(), "preset=ultrafast", "h264.mp4", "h264", nullptr},
+        {cmcomponents::h264EncoderSpec(), "preset=ultrafast,keyint=4", "h264.ts", "h264", nullptr},
+        {cmcomponents::h265EncoderSpec(), "preset=ultrafast,crf=22", "h265.mkv", "hevc", nullptr},
+        {cmcomponents::vp9EncoderSpec(), "preset=realtime,speed=8", "vp9.webm", "vp9", nullptr},
+        {cmcomponents::aacEncoderSpec(), "", "aac.m4a", "aac", "-c:a aac"},
+        {cmcomponents::aacEncoderSpec(), "bitrate=96000", "aac.ts", "aac", "-c:a aac -b:a 96000"},
+        {cmcomponents::opusEncoderSpec(), "", "opus.webm", "opus", "-c:a libopus"},
+        {cmcomponents::aacEncoderSpec(), "", "aac24.mkv", "aac", "-c:a aac"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.output);
@@ -141,12 +112,8 @@ TEST(AvEncoderTest, EncodesIntoEveryContainer) {
                                        : new cmcomponents::RWavImporter);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         RPtr<RExporter> exporter(new cmcomponents::RAvExporter);
-        const RPtr<RComponentConfiguration> settings = settingsOf(c.settings);
-        ASSERT_EQ(encoder->configure(*settings), kResultOK);
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.filter = encoder.addr();
-        p.exporter = exporter.addr();
+        ASSERT_EQ(encoder->configure(*cmtest::settingsOf(c.settings)), kResultOK);
+        cmtest::Pipeline p{importer.addr(), encoder.addr(), nullptr, exporter.addr()};
         ASSERT_EQ(cmtest::runPipeline(p, input, output), kResultOK);
         EXPECT_EQ(encoder->getStatus().mExtra, 0u) << encoder->getStatus().mInfo.c_str();
         EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();
@@ -193,8 +160,8 @@ TEST(AvEncoderTest, RefusesSettingsItDoesNotTake) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spec.owner + ": " + c.key + "=" + c.value);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
-        const RPtr<RComponentConfiguration> settings = settingsOf({{c.key, c.value}});
-        const int result = encoder->configure(*settings);
+        const int result =
+            encoder->configure(*cmtest::settingsOf(std::string(c.key) + "=" + c.value));
         if (!c.says) {
             EXPECT_EQ(result, kResultOK);
             continue;
@@ -202,10 +169,7 @@ TEST(AvEncoderTest, RefusesSettingsItDoesNotTake) {
         EXPECT_EQ(result, kResultSettingParseFailed);
         // A run after a refused configuration fails with the same line.
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, nullptr, {});
-        EXPECT_EQ(encoder->getStatus().mExtra,
-                  static_cast<unsigned int>(kResultSettingParseFailed));
-        EXPECT_NE(std::string(encoder->getStatus().mInfo.c_str()).find(c.says), std::string::npos)
-            << encoder->getStatus().mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(encoder->getStatus(), kResultSettingParseFailed, c.says));
     }
 }
 
@@ -245,13 +209,12 @@ TEST(AvEncoderTest, RefusesInputItCannotEncode) {
         SCOPED_TRACE(c.name);
         RPtr<RAvEncoder> encoder(new RAvEncoder(c.spec));
         if (c.profile) {
-            ASSERT_EQ(encoder->configure(*settingsOf({{"profile", c.profile}})), kResultOK);
+            ASSERT_EQ(encoder->configure(*cmtest::settingsOf(std::string("profile=") + c.profile)),
+                      kResultOK);
         }
         const cmtest::Filtered out = cmtest::filterFrames(*encoder, nullptr, c.description, frame);
         EXPECT_TRUE(out.frames.empty());
-        EXPECT_EQ(encoder->getStatus().mExtra, static_cast<unsigned int>(c.result));
-        EXPECT_NE(std::string(encoder->getStatus().mInfo.c_str()).find(c.says), std::string::npos)
-            << encoder->getStatus().mInfo.c_str();
+        EXPECT_TRUE(cmtest::endedWith(encoder->getStatus(), c.result, c.says));
     }
 }
 
@@ -278,11 +241,10 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
     RPtr<RAvEncoder> vp9(new RAvEncoder(cmcomponents::vp9EncoderSpec()));
     RPtr<RAvEncoder> opus(new RAvEncoder(cmcomponents::opusEncoderSpec()));
     RPtr<cmcomponents::RAvExporter> exporter(new cmcomponents::RAvExporter);
-    ASSERT_EQ(vp9->configure(*settingsOf({{"preset", "realtime"}, {"speed", "8"}})), kResultOK);
-    cmtest::Graph graph;
-    graph.importer = importer.addr();
-    graph.chains = {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}};
-    graph.exporter = exporter.addr();
+    ASSERT_EQ(vp9->configure(*cmtest::settingsOf("preset=realtime,speed=8")), kResultOK);
+    cmtest::Graph graph{importer.addr(),
+                        {{videoDecoder.addr(), vp9.addr()}, {audioDecoder.addr(), opus.addr()}},
+                        exporter.addr()};
     const std::string output = dir.file("out.webm");
     ASSERT_EQ(cmtest::runGraph(graph, input, output), kResultOK);
     for (RComponent* component :
@@ -299,11 +261,8 @@ TEST(AvEncoderTest, TranscodesBothTracksOfAFileAsFfmpegDoes) {
         SCOPED_TRACE(codecs[i]);
         EXPECT_EQ(ours[i]["codec_name"], codecs[i]);
         EXPECT_EQ(ours[i]["nb_read_frames"], theirs[i]["nb_read_frames"]);
-        EXPECT_NEAR(number(ours[i], "start_time"), i == 0 ? 0.0 : number(theirs[i], "start_time"),
-                    0.001);
+        EXPECT_NEAR(cmtest::probedNumber(ours[i], "start_time"),
+                    i == 0 ? 0.0 : cmtest::probedNumber(theirs[i], "start_time"), 0.001);
     }
-    const std::string duration = "ffprobe -v error -show_entries format=duration -of csv=p=0 ";
-    EXPECT_NEAR(std::strtod(cmtest::runCommand(duration + output).output.c_str(), nullptr),
-                std::strtod(cmtest::runCommand(duration + reference).output.c_str(), nullptr),
-                0.04);
+    EXPECT_NEAR(cmtest::probeDuration(output), cmtest::probeDuration(reference), 0.04);
 }

@@ -11,9 +11,8 @@
 #include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <limits>
 #include <string>
 
 using ZR::RPtr;
@@ -42,14 +41,6 @@ Bytes expectedGain(const Bytes& in, unsigned int bits, double db) {
         }
     }
     return out;
-}
-
-long peakOf(const Bytes& samples, unsigned int bits) {
-    long peak = 0;
-    for (std::size_t i = 0; i < samples.size() / (bits / 8); ++i) {
-        peak = std::max(peak, std::labs(cmtest::sampleAt(samples, bits, i)));
-    }
-    return peak;
 }
 
 const char* rawFormatFor(unsigned int bits) {
@@ -85,10 +76,10 @@ TEST(GainFilterTest, SamplesAreScaledRoundedAndClippedInEveryWidth) {
     EXPECT_EQ(cmtest::sampleAt(in24, 24, 2), -0x200000);
 }
 
-// A tone written by sox goes importer -> gain -> exporter on four threads. At 0 dB the
-// output is the input; at -6 dB every sample is the scaled one and the peak halves; at
-// +12 dB a loud tone clips. The gain comes as a configuration passed to the filter's
-// start(), as a host hands it over.
+// A tone written by sox goes importer -> gain -> exporter on four threads; every sample
+// that comes out is the one scaled, rounded and clipped as above, so at 0 dB the output is
+// the input, at -6 dB the peak halves and at +12 dB a loud tone clips. The gain comes as a
+// configuration passed to the filter's start(), as a host hands it over.
 TEST(GainFilterTest, PipelineAppliesTheGainTheToolsMeasure) {
     ASSERT_TRUE(cmtest::haveTool("sox") && cmtest::haveTool("ffmpeg"))
         << "sox and ffmpeg are needed: scripts/install-deps.sh";
@@ -107,28 +98,14 @@ TEST(GainFilterTest, PipelineAppliesTheGainTheToolsMeasure) {
         RPtr<cmcomponents::RWavExporter> exporter(new cmcomponents::RWavExporter);
         RPtr<RFilterConfiguration> configuration(new RFilterConfiguration);
         configuration->setFloat("gain-db", static_cast<float>(c.db));
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.filter = gain.addr();
-        p.filterArgument = configuration.addr();
-        p.exporter = exporter.addr();
+        cmtest::Pipeline p{importer.addr(), gain.addr(), configuration.addr(), exporter.addr()};
         p.importerConfiguration.setInt("samples-per-frame", 333);
         ASSERT_EQ(cmtest::runPipeline(p, dir.file("in.wav"), dir.file("out.wav")), kResultOK);
         EXPECT_EQ(gain->getStatus().mExtra, 0u) << gain->getStatus().mInfo.c_str();
         EXPECT_EQ(gain->getStatus().mFrames, 10);  // 3000 / 333, rounded up
         EXPECT_EQ(exporter->getStatus().mExtra, 0u) << exporter->getStatus().mInfo.c_str();
 
-        const Bytes out = cmtest::decodeWithFfmpeg(dir.file("out.wav"), rawFormatFor(c.bits));
-        if (c.db == 0.0) {
-            EXPECT_EQ(out, tone);
-        }
-        EXPECT_EQ(out, expectedGain(tone, c.bits, c.db));
-        const double ratio = static_cast<double>(peakOf(out, c.bits)) / peakOf(tone, c.bits);
-        if (c.db == -6.0) {
-            EXPECT_NEAR(ratio, 0.5, 0.01);
-        }
-        if (c.db > 0) {
-            EXPECT_EQ(peakOf(out, c.bits), 1L << (c.bits - 1));  // clipped at the bottom
-        }
+        EXPECT_EQ(cmtest::decodeWithFfmpeg(dir.file("out.wav"), rawFormatFor(c.bits)),
+                  expectedGain(tone, c.bits, c.db));
     }
 }

@@ -1,6 +1,7 @@
 #include "h264.packetizer/H264Packetizer.h"
 
 #include "support/RTPPackets.h"
+#include "support/RtpStreams.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 
 using ZR::RPtr;
 using namespace cmcomponents;
+using cmtest::annexB;
 using cmtest::Bytes;
 
 namespace {
@@ -27,15 +29,6 @@ Bytes unit(unsigned char header, size_t size) {
         bytes.push_back(static_cast<unsigned char>(i | 1));
     }
     return bytes;
-}
-
-Bytes annexB(const std::vector<Bytes>& units) {
-    Bytes out;
-    for (const Bytes& u : units) {
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), u.begin(), u.end());
-    }
-    return out;
 }
 
 Bytes lengthPrefixed(const std::vector<Bytes>& units) {

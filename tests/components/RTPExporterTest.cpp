@@ -27,13 +27,6 @@ using namespace cmcomponents;
 
 namespace {
 
-void configure(ZR::CM::RComponentConfiguration& configuration,
-               const std::map<std::string, std::string>& settings) {
-    for (const auto& [key, value] : settings) {
-        configuration.setString(key.c_str(), value.c_str());
-    }
-}
-
 // The tab-separated fields tshark gives for each packet of the capture.
 std::vector<std::vector<std::string>> dissect(const std::string& capture,
                                               const std::string& options) {
@@ -75,20 +68,18 @@ TEST(RTPExporterTest, SendsStreamsThatTsharkDissects) {
     RPtr<ROpusPacketizer> opus(new ROpusPacketizer);
     RPtr<RL16Packetizer> l16(new RL16Packetizer);
     RPtr<RRTPExporter> exporter(new RRTPExporter);
-    cmtest::Graph graph;
-    graph.importer = importer.addr();
-    graph.chains = {{video.addr()}, {aac.addr()}, {opus.addr()}, {l16.addr()}};
-    graph.exporter = exporter.addr();
+    cmtest::Graph graph{importer.addr(),
+                        {{video.addr()}, {aac.addr()}, {opus.addr()}, {l16.addr()}},
+                        exporter.addr()};
     int payloadType = 96;
     for (RRTPPacketizer* packetizer :
          {static_cast<RRTPPacketizer*>(video.addr()), static_cast<RRTPPacketizer*>(aac.addr()),
           static_cast<RRTPPacketizer*>(opus.addr()), static_cast<RRTPPacketizer*>(l16.addr())}) {
-        ZR::CM::RPacketizerConfiguration settings;
-        configure(settings, {{"payload-type", std::to_string(payloadType++)}});
-        packetizer->configure(settings);
+        packetizer->configure(*cmtest::settingsOf<ZR::CM::RPacketizerConfiguration>(
+            "payload-type=" + std::to_string(payloadType++)));
     }
-    configure(graph.exporterConfiguration,
-              {{"host", "127.0.0.1"}, {"port", std::to_string(port)}, {"realtime", "1"}});
+    graph.exporterConfiguration = *cmtest::settingsOf<ZR::CM::RExporterConfiguration>(
+        "host=127.0.0.1,port=" + std::to_string(port) + ",realtime=1");
     const auto started = std::chrono::steady_clock::now();
     ASSERT_EQ(cmtest::runGraph(graph, clip, dir.file("unused")), 0);
     // The last frames are due about a second after the first.
@@ -158,9 +149,8 @@ TEST(RTPExporterTest, RefusesAnInputThatIsNotRtp) {
     undescribed.frames = cmtest::timedFrames(ZR::fourcc("audi"), ZR::fourcc("lpcm"),
                                              std::vector<cmtest::Bytes>(20, {1, 2}), 0, 0.1);
     RPtr<RRTPExporter> exporter(new RRTPExporter);
-    ZR::CM::RExporterConfiguration settings;
-    configure(settings, {{"port", std::to_string(port)}, {"realtime", "0"}});
-    exporter->configure(settings);
+    exporter->configure(*cmtest::settingsOf<ZR::CM::RExporterConfiguration>(
+        "port=" + std::to_string(port) + ",realtime=0"));
     const ZR::CM::CComponentStatus status =
         cmtest::exportTracks(*exporter, dir.file("unused"), {undescribed, plain});
     EXPECT_EQ(status.mExtra, unsigned(ZR::CM::kResultNoValidTracks)) << status.mInfo.c_str();

@@ -5,6 +5,7 @@
 #include "support/RtpStreams.h"
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 using cmcomponents::CodedFormat;
@@ -12,7 +13,10 @@ using cmcomponents::CRtpAccessUnit;
 using cmcomponents::CRtpDepacketizer;
 using cmcomponents::CRtpPacket;
 using cmcomponents::CRtpPayloadFormat;
+using cmtest::aacHbr;
+using cmtest::annexB;
 using cmtest::Bytes;
+using cmtest::stapA;
 
 namespace {
 
@@ -74,15 +78,6 @@ Bytes idr(std::size_t size) {
     return nal;
 }
 
-Bytes annexB(const std::vector<Bytes>& nals) {
-    Bytes out;
-    for (const Bytes& nal : nals) {
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), nal.begin(), nal.end());
-    }
-    return out;
-}
-
 // The FU-A packets of a 100-byte IDR slice in four pieces, the last with the marker.
 std::vector<Sent> fragmentedIdr(std::uint32_t timestamp) {
     std::vector<Sent> sent;
@@ -93,18 +88,16 @@ std::vector<Sent> fragmentedIdr(std::uint32_t timestamp) {
     return sent;
 }
 
-std::vector<Sent> without(std::vector<Sent> sent, std::size_t index, bool lossAfter) {
+// The packets less the one at index, the next marked as coming after a loss when
+// lossAfter, then one more.
+std::vector<Sent> without(std::vector<Sent> sent, std::size_t index, bool lossAfter,
+                          const Sent& then) {
     sent.erase(sent.begin() + static_cast<std::ptrdiff_t>(index));
     if (lossAfter && index < sent.size()) {
         sent[index].afterLoss = true;
     }
+    sent.push_back(then);
     return sent;
-}
-
-template <typename... Lists>
-std::vector<Sent> joined(std::vector<Sent> first, const Lists&... rest) {
-    (first.insert(first.end(), rest.begin(), rest.end()), ...);
-    return first;
 }
 
 }  // namespace
@@ -115,6 +108,8 @@ std::vector<Sent> joined(std::vector<Sent> first, const Lists&... rest) {
 TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
     const Bytes big = idr(100);
     const Bytes tone{0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    const Bytes swapped{0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x08, 0x07};
+    const Bytes longStap{24, 0x00, 0x09, 0x41, 0x9A};
     const Bytes aac1(40, 0xA1), aac2(7, 0xA2), aac3(300, 0xA3);
     const std::vector<Bytes> aacPieces{Bytes(aac3.begin(), aac3.begin() + 100),
                                        Bytes(aac3.begin() + 100, aac3.begin() + 200),
@@ -122,13 +117,17 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
     // The AAC-hbr fragments of aac3: each carries the whole unit's size in its AU header.
     std::vector<Sent> aacFragments;
     for (std::size_t i = 0; i < aacPieces.size(); ++i) {
-        Bytes payload = cmtest::aacHbr({aac3});
+        Bytes payload = aacHbr({aac3});
         payload.resize(4);
         payload.insert(payload.end(), aacPieces[i].begin(), aacPieces[i].end());
         aacFragments.push_back(Sent{9000, i + 1 == aacPieces.size(), payload});
     }
     const Sent nextSlice{7200, true, kSlice};
-    const Unit sliceUnit{annexB({kSlice}), 7200, false};
+    const Unit sliceUnit{annexB({kSlice}), 7200, false}, firstSlice{annexB({kSlice}), 0, false};
+    const Unit bigUnit{annexB({big}), 0, true};
+    const std::vector<Sent> fu = fragmentedIdr(0);
+    Bytes cutAac = aacHbr({aac1, aac2});
+    cutAac.pop_back();
     struct Row {
         const char* name;
         const CRtpPayloadFormat& format;
@@ -137,77 +136,43 @@ TEST(RtpDepacketizerTest, HandsOnWholeUnitsAndCountsDamagedOnes) {
         unsigned long long dropped;
     };
     const std::vector<Row> rows{
-        {"single NAL unit", kH264, {{0, true, big}}, {{annexB({big}), 0, true}}, 0},
+        {"single NAL unit", kH264, {{0, true, big}}, {bigUnit}, 0},
         {"STAP-A then IDR",
          kH264,
-         {{0, false, cmtest::stapA({kSps, kPps})}, {0, true, big}},
+         {{0, false, stapA({kSps, kPps})}, {0, true, big}},
          {{annexB({kSps, kPps, big}), 0, true}},
          0},
-        {"FU-A", kH264, fragmentedIdr(0), {{annexB({big}), 0, true}}, 0},
+        {"FU-A", kH264, fu, {bigUnit}, 0},
         {"no marker: the next timestamp ends the unit",
          kH264,
          {{0, false, kSlice}, nextSlice},
-         {{annexB({kSlice}), 0, false}, sliceUnit},
+         {firstSlice, sliceUnit},
          0},
-        {"cut at the end before its picture",
-         kH264,
-         {nextSlice, {9000, false, kAud}},
-         {sliceUnit},
-         0},
-        {"FU-A without its start",
-         kH264,
-         joined(without(fragmentedIdr(0), 0, false), std::vector<Sent>{nextSlice}),
-         {sliceUnit},
-         1},
-        {"FU-A with a lost middle",
-         kH264,
-         joined(without(fragmentedIdr(0), 1, true), std::vector<Sent>{nextSlice}),
-         {sliceUnit},
-         1},
+        {"ends before its picture", kH264, {nextSlice, {9000, false, kAud}}, {sliceUnit}, 0},
+        {"FU-A without its start", kH264, without(fu, 0, false, nextSlice), {sliceUnit}, 1},
+        {"FU-A with a lost middle", kH264, without(fu, 1, true, nextSlice), {sliceUnit}, 1},
         {"a loss before a new timestamp drops that unit too",
          kH264,
          {{0, true, kSlice}, {3600, true, kSlice, true}, nextSlice},
-         {{annexB({kSlice}), 0, false}, sliceUnit},
+         {firstSlice, sliceUnit},
          1},
-        {"a fragment that never ends",
-         kH264,
-         joined(without(fragmentedIdr(0), 3, false), std::vector<Sent>{{0, true, kSlice}}),
-         {},
-         1},
-        {"STAP-A longer than its packet",
-         kH264,
-         {{0, true, Bytes{24, 0x00, 0x09, 0x41, 0x9A}}, nextSlice},
-         {sliceUnit},
-         1},
+        {"a fragment that never ends", kH264, without(fu, 3, false, {0, true, kSlice}), {}, 1},
+        {"STAP-A longer than its packet", kH264, {{0, true, longStap}, nextSlice}, {sliceUnit}, 1},
         {"interleaved-mode MTAP", kH264, {{0, true, Bytes{26, 0, 0, 0}}}, {}, 1},
         {"three AAC units in one packet",
          kAac,
-         {{1000, true, cmtest::aacHbr({aac1, aac2, aac1})}},
+         {{1000, true, aacHbr({aac1, aac2, aac1})}},
          {{aac1, 1000, true}, {aac2, 2024, true}, {aac1, 3048, true}},
          0},
         {"a fragmented AAC unit", kAac, aacFragments, {{aac3, 9000, true}}, 0},
         {"an AAC fragment lost",
          kAac,
-         joined(without(aacFragments, 1, true),
-                std::vector<Sent>{{10024, true, cmtest::aacHbr({aac2})}}),
+         without(aacFragments, 1, true, {10024, true, aacHbr({aac2})}),
          {{aac2, 10024, true}},
          1},
         {"AU headers longer than the packet", kAac, {{0, true, Bytes{0x01, 0x00, 0x05}}}, {}, 1},
-        {"an AAC unit longer than the packet's rest",
-         kAac,
-         {{0, true,
-           [&] {
-               Bytes p = cmtest::aacHbr({aac1, aac2});
-               p.resize(p.size() - 1);
-               return p;
-           }()}},
-         {{aac1, 0, true}},
-         1},
-        {"L16 to little-endian",
-         kL16,
-         {{500, true, tone}},
-         {{Bytes{0x02, 0x01, 0x04, 0x03, 0x06, 0x05, 0x08, 0x07}, 500, true}},
-         0},
+        {"an AAC unit past the packet's end", kAac, {{0, true, cutAac}}, {{aac1, 0, true}}, 1},
+        {"L16 to little-endian", kL16, {{500, true, tone}}, {{swapped, 500, true}}, 0},
         {"L16 of a partial sample frame", kL16, {{500, true, Bytes{1, 2, 3, 4, 5, 6}}}, {}, 1},
     };
     for (const Row& row : rows) {
@@ -266,6 +231,11 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
         f.privateData = std::move(privateData);
         return f;
     };
+    const auto fields = [](const CodedFormat& f) {
+        return std::make_tuple(f.media, f.codec, f.width, f.height, f.profile, f.level,
+                               f.sampleRate, f.channels, f.bytesPerSample, f.timeBase.num,
+                               f.timeBase.den, f.privateData);
+    };
     const Bytes sps1080{0x67, 0x42, 0xc0, 0x28, 0xda, 0x01, 0xe0, 0x08, 0x9f,
                         0x97, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10, 0x00,
                         0x00, 0x03, 0x03, 0x20, 0xf1, 0x83, 0x2a};
@@ -308,18 +278,6 @@ TEST(RtpDepacketizerTest, DescribesTheFramesFromTheFormatParameters) {
             EXPECT_NE(why.find(row.refusal), std::string::npos) << name << ": " << why;
             continue;
         }
-        const CodedFormat& e = row.expected;
-        EXPECT_EQ(format.media, e.media) << name;
-        EXPECT_EQ(format.codec, e.codec) << name;
-        EXPECT_EQ(format.width, e.width) << name;
-        EXPECT_EQ(format.height, e.height) << name;
-        EXPECT_EQ(format.profile, e.profile) << name;
-        EXPECT_EQ(format.level, e.level) << name;
-        EXPECT_EQ(format.sampleRate, e.sampleRate) << name;
-        EXPECT_EQ(format.channels, e.channels) << name;
-        EXPECT_EQ(format.bytesPerSample, e.bytesPerSample) << name;
-        EXPECT_EQ(format.timeBase.num, e.timeBase.num) << name;
-        EXPECT_EQ(format.timeBase.den, e.timeBase.den) << name;
-        EXPECT_EQ(format.privateData, e.privateData) << name;
+        EXPECT_EQ(fields(format), fields(row.expected)) << name;
     }
 }

@@ -38,65 +38,49 @@ int parse(const Bytes& bytes, WavFormat& format) {
     return result;
 }
 
-void put16(Bytes& b, unsigned int v) {
-    b.push_back(static_cast<unsigned char>(v));
-    b.push_back(static_cast<unsigned char>(v >> 8));
-}
-
-void put32(Bytes& b, unsigned int v) {
-    put16(b, v & 0xFFFF);
-    put16(b, v >> 16);
-}
-
-void putChunk(Bytes& b, const char* id, const Bytes& body) {
-    b.insert(b.end(), id, id + 4);
-    put32(b, static_cast<unsigned int>(body.size()));
-    b.insert(b.end(), body.begin(), body.end());
-    if (body.size() % 2) {
-        b.push_back(0);
+// value as `size` little-endian bytes.
+Bytes le(unsigned int value, int size) {
+    Bytes b;
+    for (int i = 0; i < size; ++i) {
+        b.push_back(static_cast<unsigned char>(value >> (8 * i)));
     }
+    return b;
+}
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// A chunk: its id, its size and its body, with a pad byte after an odd body.
+Bytes chunk(const char* id, const Bytes& body) {
+    return Bytes(id, id + 4) + le(static_cast<unsigned int>(body.size()), 4) + body +
+           Bytes(body.size() % 2, 0);
 }
 
 // The body of a plain fmt chunk.
 Bytes fmtBody(unsigned int tag, unsigned int channels, unsigned int rate, unsigned int bits,
               unsigned int blockAlign) {
-    Bytes b;
-    put16(b, tag);
-    put16(b, channels);
-    put32(b, rate);
-    put32(b, rate * blockAlign);
-    put16(b, blockAlign);
-    put16(b, bits);
-    return b;
+    return le(tag, 2) + le(channels, 2) + le(rate, 4) + le(rate * blockAlign, 4) +
+           le(blockAlign, 2) + le(bits, 2);
 }
 
 // An extensible fmt body; subformatTag 1 is PCM.
 Bytes extensibleBody(unsigned int channels, unsigned int bits, unsigned int validBits,
                      unsigned int mask, unsigned int subformatTag, unsigned int cbSize = 22) {
-    Bytes b = fmtBody(0xFFFE, channels, 48000, bits, channels * bits / 8);
-    put16(b, cbSize);
-    put16(b, validBits);
-    put32(b, mask);
-    put16(b, subformatTag);
-    const unsigned char tail[14] = {0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
-    b.insert(b.end(), tail, tail + 14);
-    return b;
+    return fmtBody(0xFFFE, channels, 48000, bits, channels * bits / 8) + le(cbSize, 2) +
+           le(validBits, 2) + le(mask, 4) + le(subformatTag, 2) +
+           Bytes{0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
 }
 
 // RIFF/WAVE around the given chunks.
 Bytes riff(const Bytes& chunks) {
-    Bytes b{'R', 'I', 'F', 'F'};
-    put32(b, static_cast<unsigned int>(4 + chunks.size()));
-    b.insert(b.end(), {'W', 'A', 'V', 'E'});
-    b.insert(b.end(), chunks.begin(), chunks.end());
-    return b;
+    return Bytes{'R', 'I', 'F', 'F'} + le(static_cast<unsigned int>(4 + chunks.size()), 4) +
+           Bytes{'W', 'A', 'V', 'E'} + chunks;
 }
 
 Bytes wavWith(const Bytes& fmt, const Bytes& data) {
-    Bytes chunks;
-    putChunk(chunks, "fmt ", fmt);
-    putChunk(chunks, "data", data);
-    return riff(chunks);
+    return riff(chunk("fmt ", fmt) + chunk("data", data));
 }
 
 }  // namespace
@@ -134,22 +118,10 @@ TEST(WavFormatTest, HeadersRoundTripForEveryWidthAndChannelCount) {
 TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
     const Bytes samples(16, 0);
     const Bytes pcm16 = fmtBody(1, 2, 48000, 16, 4);
-    Bytes dataFirst;
-    putChunk(dataFirst, "data", samples);
-    putChunk(dataFirst, "fmt ", pcm16);
-    Bytes twoFmt;
-    putChunk(twoFmt, "fmt ", pcm16);
-    putChunk(twoFmt, "fmt ", pcm16);
-    putChunk(twoFmt, "data", samples);
     Bytes notWave = wavWith(pcm16, samples);
     std::memcpy(&notWave[8], "AVI ", 4);
     Bytes notRiff = wavWith(pcm16, samples);
     std::memcpy(&notRiff[0], "RIFX", 4);
-    Bytes shortFmt = pcm16;
-    shortFmt.resize(14);
-
-    Bytes fmtOnly;
-    putChunk(fmtOnly, "fmt ", pcm16);
 
     const int kBad = kResultInputMetaDataParseFailed, kUnsupported = kResultNoValidTracks;
     const struct {
@@ -159,9 +131,10 @@ TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
     } cases[] = {
         {"not RIFF", notRiff, kBad},
         {"not WAVE", notWave, kBad},
-        {"data before fmt", riff(dataFirst), kBad},
-        {"two fmt chunks", riff(twoFmt), kBad},
-        {"fmt of 14 bytes", wavWith(shortFmt, samples), kBad},
+        {"data before fmt", riff(chunk("data", samples) + chunk("fmt ", pcm16)), kBad},
+        {"two fmt chunks",
+         riff(chunk("fmt ", pcm16) + chunk("fmt ", pcm16) + chunk("data", samples)), kBad},
+        {"fmt of 14 bytes", wavWith(Bytes(pcm16.begin(), pcm16.begin() + 14), samples), kBad},
         {"block size", wavWith(fmtBody(1, 2, 48000, 16, 2), samples), kBad},
         {"no channels", wavWith(fmtBody(1, 0, 48000, 16, 0), samples), kBad},
         {"no rate", wavWith(fmtBody(1, 2, 0, 16, 4), samples), kBad},
@@ -172,7 +145,7 @@ TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
         {"12 bits", wavWith(fmtBody(1, 1, 48000, 12, 1), samples), kUnsupported},
         {"9 channels", wavWith(fmtBody(1, 9, 48000, 16, 18), samples), kUnsupported},
         {"float subformat", wavWith(extensibleBody(2, 32, 32, 3, 3), samples), kUnsupported},
-        {"no data chunk", riff(fmtOnly), kBad},
+        {"no data chunk", riff(chunk("fmt ", pcm16)), kBad},
         {"empty", Bytes(), kBad},
     };
     for (const auto& c : cases) {
@@ -184,11 +157,9 @@ TEST(WavFormatTest, MalformedAndUnsupportedHeadersGetTheirResults) {
 // A header cut anywhere before its data chunk is rejected, never read past; cut inside
 // the samples it still opens, with the samples that are there.
 TEST(WavFormatTest, EveryTruncationIsRejectedOrCutToWholeSampleFrames) {
-    Bytes chunks;
-    putChunk(chunks, "LIST", Bytes(7, 'x'));  // odd: followed by a pad byte
-    putChunk(chunks, "fmt ", extensibleBody(6, 24, 24, 0x3F, 1));
-    putChunk(chunks, "data", Bytes(18 * 5, 0x11));
-    const Bytes file = riff(chunks);
+    const Bytes file = riff(chunk("LIST", Bytes(7, 'x')) +  // odd: followed by a pad byte
+                            chunk("fmt ", extensibleBody(6, 24, 24, 0x3F, 1)) +
+                            chunk("data", Bytes(18 * 5, 0x11)));
     const std::size_t dataStart = file.size() - 18 * 5;
     for (std::size_t cut = 0; cut < dataStart; ++cut) {
         WavFormat format;

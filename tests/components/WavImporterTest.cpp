@@ -32,13 +32,6 @@ const char* rawFormatFor(unsigned int bits) {
     return bits == 8 ? "u8" : bits == 16 ? "s16le" : "s24le";
 }
 
-// Opens the importer on a file and returns openSource()'s result.
-int openOn(RWavImporter& importer, const std::string& path) {
-    std::vector<RQueue*> none;
-    importer.init(cmtest::fileStream(path, O_RDONLY), none);
-    return importer.openSource();
-}
-
 }  // namespace
 
 // Files written by sox, for every sample width and up to eight channels, go through
@@ -59,9 +52,7 @@ TEST(WavImporterTest, SoxFilesComeOutOfThePipelineUnchanged) {
 
         RPtr<RWavImporter> importer(new RWavImporter);
         RPtr<RWavExporter> exporter(new RWavExporter);
-        cmtest::Pipeline p;
-        p.importer = importer.addr();
-        p.exporter = exporter.addr();
+        cmtest::Pipeline p{importer.addr(), nullptr, nullptr, exporter.addr()};
         p.importerConfiguration.setInt("samples-per-frame", 256);
         ASSERT_EQ(cmtest::runPipeline(p, dir.file("in.wav"), dir.file("out.wav")), kResultOK);
         EXPECT_EQ(importer->getStatus().mExtra, 0u) << importer->getStatus().mInfo.c_str();
@@ -155,7 +146,7 @@ TEST(WavImporterTest, BadFilesAreRefusedAndCutFilesImportWhatTheyHold) {
                    {"missing.wav", kResultFileOpenFailed}};
     for (const auto& r : refused) {
         RPtr<RWavImporter> importer(new RWavImporter);
-        EXPECT_EQ(openOn(*importer, dir.file(r.name)), r.result) << r.name;
+        EXPECT_EQ(cmtest::openOn(*importer, dir.file(r.name)), r.result) << r.name;
         const CComponentStatus status = importer->getStatus();
         EXPECT_EQ(status.mExtra, static_cast<unsigned int>(r.result));
         EXPECT_EQ(std::string(status.mInfo.c_str()).find(stringWithResultCode(r.result)), 0u)
@@ -166,7 +157,7 @@ TEST(WavImporterTest, BadFilesAreRefusedAndCutFilesImportWhatTheyHold) {
 
     // A failure belongs to its attempt: the same importer opens a good file afterwards.
     RPtr<RWavImporter> retried(new RWavImporter);
-    EXPECT_NE(openOn(*retried, dir.file("text.wav")), kResultOK);
+    EXPECT_NE(cmtest::openOn(*retried, dir.file("text.wav")), kResultOK);
     retried->reset();
     RPtr<RStream> stream = cmtest::fileStream(dir.file("good.wav"), O_RDONLY);
     std::vector<RQueue*> none;
@@ -193,9 +184,7 @@ TEST(WavImporterTest, BadFilesAreRefusedAndCutFilesImportWhatTheyHold) {
                       Bytes(good.begin(), good.begin() + header + 123 * 4 + 3));
     RPtr<RWavImporter> importer(new RWavImporter);
     RPtr<RWavExporter> exporter(new RWavExporter);
-    cmtest::Pipeline p;
-    p.importer = importer.addr();
-    p.exporter = exporter.addr();
+    cmtest::Pipeline p{importer.addr(), nullptr, nullptr, exporter.addr()};
     ASSERT_EQ(cmtest::runPipeline(p, dir.file("cut.wav"), dir.file("out.wav")), kResultOK);
     EXPECT_EQ(cmtest::probeStream(dir.file("out.wav"), false)["duration_ts"], "123");
     EXPECT_EQ(cmtest::decodeWithFfmpeg(dir.file("out.wav"), "s16le"),

@@ -45,8 +45,12 @@ protected:
         ::setenv("HOME", mHome.path().c_str(), 1);
     }
 
+    static RPtr<RStream> streamFor(const std::string& url) {
+        return RStream::getStream(RURI(url.c_str()), 0, 0);
+    }
+
     static RPtr<RStream> openStream(const std::string& url) {
-        RPtr<RStream> stream = RStream::getStream(RURI(url.c_str()), 0, 0);
+        RPtr<RStream> stream = streamFor(url);
         EXPECT_TRUE(stream);
         EXPECT_EQ(stream->getType(), 6);
         EXPECT_EQ(stream->open(), 0);
@@ -84,6 +88,13 @@ Bytes readAt(RStream& stream, long long position, long long length) {
 Bytes slice(const Bytes& bytes, long long position, long long length) {
     const long long end = std::min<long long>(position + length, bytes.size());
     return Bytes(bytes.begin() + position, bytes.begin() + std::max(end, position));
+}
+
+// What a failing open() wrote to standard error, where the reader reports its failures.
+std::string openFailure(RStream& stream) {
+    CaptureStderr();
+    EXPECT_EQ(stream.open(), 169);
+    return GetCapturedStderr();
 }
 
 // The value of a request header ("Range"), or "" when absent.
@@ -154,18 +165,12 @@ TEST_F(CurlReaderTest, MissingResourceAndRefusedConnectionFailToOpen) {
     int port = 0;
     ::close(cmtest::loopbackServer(SOCK_STREAM, &port));  // nothing listens there now
 
-    const RPtr<RStream> missing = RStream::getStream(RURI(nginx.url("/missing.bin").c_str()), 0, 0);
-    const RPtr<RStream> refused = RStream::getStream(
-        RURI(("http://127.0.0.1:" + std::to_string(port) + "/a.mov").c_str()), 0, 0);
+    const RPtr<RStream> missing = streamFor(nginx.url("/missing.bin"));
+    const RPtr<RStream> refused = streamFor("http://127.0.0.1:" + std::to_string(port) + "/a.mov");
     ASSERT_TRUE(missing && refused);  // nothing is asked of the server before open()
-    CaptureStderr();
-    EXPECT_EQ(missing->open(), 169);
-    EXPECT_EQ(GetCapturedStderr(),
+    EXPECT_EQ(openFailure(*missing),
               "read-plugin open() exception: " + nginx.url("/missing.bin") + ": HTTP status 404\n");
-
-    CaptureStderr();
-    EXPECT_EQ(refused->open(), 169);
-    const std::string refusal = GetCapturedStderr();
+    const std::string refusal = openFailure(*refused);
     EXPECT_EQ(refusal.rfind("read-plugin open() exception: ", 0), 0u) << refusal;
     EXPECT_NE(refusal.find(std::to_string(port)), std::string::npos) << refusal;
 
@@ -282,29 +287,20 @@ TEST_F(CurlReaderTest, RedirectsAreFollowedWithinLimits) {
         {"/gone", "/missing", "HTTP status 404"},
     };
     for (const auto& row : rows) {
-        const RPtr<RStream> stream = RStream::getStream(RURI(server.url(row.path).c_str()), 0, 0);
-        ASSERT_TRUE(stream) << row.path;
-        CaptureStderr();
-        const int opened = stream->open();
-        const std::string message = GetCapturedStderr();
+        SCOPED_TRACE(row.path);
         if (!row.failedAt) {
-            EXPECT_EQ(opened, 0) << row.path << ": " << message;
-            EXPECT_EQ(stream->size(), 4) << row.path;
-            EXPECT_TRUE(readAt(*stream, 0, 10) == Bytes({'d', 'o', 'n', 'e'})) << row.path;
+            const RPtr<RStream> stream = openStream(server.url(row.path));
+            EXPECT_EQ(stream->size(), 4);
+            EXPECT_TRUE(readAt(*stream, 0, 10) == Bytes({'d', 'o', 'n', 'e'}));
             continue;
         }
-        EXPECT_EQ(opened, 169) << row.path;
-        EXPECT_EQ(message, "read-plugin open() exception: " + server.url(row.failedAt) + ": " +
-                               row.reason + "\n")
-            << row.path;
+        EXPECT_EQ(
+            openFailure(*streamFor(server.url(row.path))),
+            "read-plugin open() exception: " + server.url(row.failedAt) + ": " + row.reason + "\n");
     }
 
     // Nor does an error show the password of a URL.
-    const std::string secret = "http://user:secret@" + server.url("/gone").substr(7);
-    const RPtr<RStream> stream = RStream::getStream(RURI(secret.c_str()), 0, 0);
-    CaptureStderr();
-    EXPECT_EQ(stream->open(), 169);
-    EXPECT_EQ(GetCapturedStderr(),
+    EXPECT_EQ(openFailure(*streamFor("http://user:secret@" + server.url("/gone").substr(7))),
               "read-plugin open() exception: " + server.url("/missing") + ": HTTP status 404\n");
 }
 
@@ -333,10 +329,7 @@ TEST_F(CurlReaderTest, ReplyOpeningWithAContinuationLineFailsCleanly) {
         }
         return reply;
     });
-    const RPtr<RStream> replayed = RStream::getStream(RURI(server.url("/media").c_str()), 0, 0);
-    CaptureStderr();
-    EXPECT_EQ(replayed->open(), 169);
-    EXPECT_EQ(GetCapturedStderr(),
+    EXPECT_EQ(openFailure(*streamFor(server.url("/media"))),
               "read-plugin open() exception: " + server.url("/media") +
                   ": malformed redirect to \"http://elsewhere.inVal8888888 0\"\n");
 

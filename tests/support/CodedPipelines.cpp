@@ -1,12 +1,16 @@
 #include "support/CodedPipelines.h"
 
 #include "support/MediaPipeline.h"
+#include "support/MediaTools.h"
 
 #include <cm/CMQueue.h>
 #include <cm/CMQueueRW.h>
 
 #include <fcntl.h>
 
+#include <cmath>
+#include <cstdlib>
+#include <sstream>
 #include <thread>
 
 using ZR::RPtr;
@@ -150,6 +154,28 @@ CComponentStatus exportTracks(RExporter& exporter, const std::string& path,
     const CComponentStatus status = exporter.getStatus();
     exporter.reset();
     return status;
+}
+
+void setAll(RComponentConfiguration& configuration, const std::string& settings) {
+    std::istringstream pairs(settings);
+    for (std::string pair; std::getline(pairs, pair, ',');) {
+        const std::size_t equals = pair.find('=');
+        configuration.setString(pair.substr(0, equals).c_str(), pair.substr(equals + 1).c_str());
+    }
+}
+
+double probedNumber(const std::map<std::string, std::string>& stream, const std::string& key) {
+    const auto found = stream.find(key);
+    if (found == stream.end() || found->second.empty() || found->second == "N/A") {
+        return NAN;
+    }
+    return std::strtod(found->second.c_str(), nullptr);
+}
+
+double probeDuration(const std::string& path) {
+    const ToolRun run = runCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " +
+                                   shellQuote(path));
+    return run.status == 0 && !run.output.empty() ? std::strtod(run.output.c_str(), nullptr) : NAN;
 }
 
 }  // namespace cmtest

@@ -18,6 +18,12 @@ RPtr<RStream> fileStream(const std::string& path, unsigned int flags) {
     return RStream::getStream(ZR::RURI(path.c_str()), flags, 0);
 }
 
+int openOn(RImporter& importer, const std::string& path) {
+    std::vector<RQueue*> none;
+    importer.init(fileStream(path, O_RDONLY), none);
+    return importer.openSource();
+}
+
 int runPipeline(Pipeline& p, const std::string& input, const std::string& output) {
     RPtr<RQueue> first(new RQueue(p.lowLimit, p.highLimit, ZR::CString("imported")));
     RPtr<RQueue> second(new RQueue(p.lowLimit, p.highLimit, ZR::CString("filtered")));
@@ -102,6 +108,17 @@ Filtered filterFrames(CMMultipleQueueComponent& filter, zrbase::object_refcount*
     result.description = static_cast<const RDescription*>(out->getDescription().addr());
     filter.reset();
     return result;
+}
+
+testing::AssertionResult endedWith(const CComponentStatus& status, int result,
+                                   const std::string& says) {
+    const std::string info = status.mInfo.c_str();
+    if (status.mExtra == static_cast<unsigned int>(result) &&
+        info.find(says) != std::string::npos) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "ended with " << status.mExtra << " \"" << info
+                                       << "\", not " << result << " and \"" << says << "\"";
 }
 
 }  // namespace cmtest

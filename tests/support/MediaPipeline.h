@@ -12,6 +12,8 @@
 
 #include <cm/CMFrame.h>
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -19,7 +21,11 @@ namespace cmtest {
 
 // A file stream for path, not yet open; flags are open(2) flags.
 ZR::RPtr<ZR::CM::RStream> fileStream(const std::string& path, unsigned int flags);
+// Initializes the importer on the file at path, without queues, and opens its source;
+// openSource()'s result.
+int openOn(ZR::CM::RImporter& importer, const std::string& path);
 
+// Written as {importer, filter, filterArgument, exporter}; the rest as needed.
 struct Pipeline {
     ZR::CM::RImporter* importer = nullptr;
     ZR::CM::CMMultipleQueueComponent* filter = nullptr;  // optional
@@ -27,8 +33,8 @@ struct Pipeline {
     zrbase::object_refcount* filterArgument = nullptr;
     ZR::CM::RExporter* exporter = nullptr;
     // The importer's and the exporter's configurations.
-    ZR::CM::RImporterConfiguration importerConfiguration;
-    ZR::CM::RExporterConfiguration exporterConfiguration;
+    ZR::CM::RImporterConfiguration importerConfiguration = {};
+    ZR::CM::RExporterConfiguration exporterConfiguration = {};
     // Queue limits: small, so that flow control is exercised.
     int lowLimit = 2;
     int highLimit = 4;
@@ -58,6 +64,11 @@ struct Filtered {
 Filtered filterFrames(ZR::CM::CMMultipleQueueComponent& filter, zrbase::object_refcount* argument,
                       const ZR::CM::RDescription* description,
                       const std::vector<ZR::RPtr<ZR::CM::RFrame>>& frames);
+
+// Whether a run ended with the result and a status text that contains `says`; a failure
+// shows what the status held.
+testing::AssertionResult endedWith(const ZR::CM::CComponentStatus& status, int result,
+                                   const std::string& says);
 
 }  // namespace cmtest
 

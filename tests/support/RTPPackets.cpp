@@ -1,11 +1,11 @@
 #include "support/RTPPackets.h"
 
+#include "support/CodedPipelines.h"
 #include "support/MediaPipeline.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 
 using ZR::RPtr;
 using namespace ZR::CM;
@@ -36,13 +36,8 @@ std::vector<RPtr<RFrame>> timedFrames(unsigned int media, unsigned int codec,
 
 Packetized packetize(CMMultipleQueueComponent& packetizer, const std::string& settings,
                      const RDescription* description, const std::vector<RPtr<RFrame>>& frames) {
-    RPtr<RPacketizerConfiguration> configuration(new RPacketizerConfiguration);
-    std::istringstream pairs(settings);
-    for (std::string pair; std::getline(pairs, pair, ',');) {
-        const size_t equals = pair.find('=');
-        configuration->setString(pair.substr(0, equals).c_str(), pair.substr(equals + 1).c_str());
-    }
-    dynamic_cast<CConfigurableP&>(packetizer).configure(*configuration);
+    dynamic_cast<CConfigurableP&>(packetizer)
+        .configure(*settingsOf<RPacketizerConfiguration>(settings));
     const Filtered out = filterFrames(packetizer, nullptr, description, frames);
     Packetized result;
     result.description = dynamic_cast<const RRTPDescription*>(out.description.addr());

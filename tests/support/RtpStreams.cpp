@@ -6,20 +6,26 @@ namespace cmtest {
 
 Bytes rtpPacket(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
                 unsigned int payloadType, const Bytes& payload) {
-    Bytes packet{0x80,
-                 static_cast<unsigned char>((marker ? 0x80 : 0) | (payloadType & 0x7F)),
-                 static_cast<unsigned char>(sequence >> 8),
-                 static_cast<unsigned char>(sequence),
-                 static_cast<unsigned char>(timestamp >> 24),
-                 static_cast<unsigned char>(timestamp >> 16),
-                 static_cast<unsigned char>(timestamp >> 8),
-                 static_cast<unsigned char>(timestamp),
-                 0x12,
-                 0x34,
-                 0x56,
-                 0x78};
+    Bytes packet{0x80, static_cast<unsigned char>((marker ? 0x80 : 0) | (payloadType & 0x7F))};
+    const auto put = [&packet](std::uint32_t value, int bytes) {
+        for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+            packet.push_back(static_cast<unsigned char>(value >> shift));
+        }
+    };
+    put(sequence, 2);
+    put(timestamp, 4);
+    put(0x12345678, 4);  // the source
     packet.insert(packet.end(), payload.begin(), payload.end());
     return packet;
+}
+
+Bytes annexB(const std::vector<Bytes>& nals) {
+    Bytes out;
+    for (const Bytes& nal : nals) {
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), nal.begin(), nal.end());
+    }
+    return out;
 }
 
 Bytes stapA(const std::vector<Bytes>& nals) {

@@ -16,6 +16,8 @@ using Bytes = std::vector<unsigned char>;
 // A version 2 packet without contributing sources, extension or padding.
 Bytes rtpPacket(std::uint16_t sequence, std::uint32_t timestamp, bool marker,
                 unsigned int payloadType, const Bytes& payload);
+// The NAL units (header byte first) in Annex B form, each after a four-byte start code.
+Bytes annexB(const std::vector<Bytes>& nals);
 // A STAP-A payload aggregating the NAL units.
 Bytes stapA(const std::vector<Bytes>& nals);
 // The FU-A payloads of a NAL unit (header byte first), each with at most `size` bytes of
