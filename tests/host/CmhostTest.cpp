@@ -24,16 +24,11 @@
 
 namespace {
 
-struct Result {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using Result = cmtest::ToolRun;
 
 // Runs a shell command line; its standard output and error are captured apart.
 Result run(const std::string& command) {
-    const cmtest::ToolRun tool = cmtest::runCapturing(command);
-    return Result{tool.status, tool.output, tool.errors};
+    return cmtest::runCapturing(command);
 }
 
 // Whether a process has bound the UDP port of 127.0.0.1.
@@ -55,15 +50,15 @@ std::string cmhost(const std::string& args) {
 // The decoded samples of a media file as signed 16-bit little-endian bytes.
 std::string decodedSamples(const std::string& file) {
     const Result r = run("ffmpeg -v error -i " + file + " -f s16le -acodec pcm_s16le -");
-    EXPECT_EQ(r.status, 0) << r.err;
-    return r.out;
+    EXPECT_EQ(r.status, 0) << r.errors;
+    return r.output;
 }
 
 std::string probe(const std::string& file, const std::string& what) {
     const Result r = run("ffprobe -v error -count_frames -show_entries " + what +
                          " -of default=noprint_wrappers=1 " + file);
-    EXPECT_EQ(r.status, 0) << r.err;
-    return r.out;
+    EXPECT_EQ(r.status, 0) << r.errors;
+    return r.output;
 }
 
 size_t lineCount(const std::string& text) {
@@ -82,20 +77,20 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     cmtest::TempDir dir;
     const std::string tone = dir.file("tone.wav");
     Result r = run(cmhost("generate tone " + tone + " --seconds 1 --rate 44100"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.status, 0) << r.errors;
     EXPECT_EQ(probe(tone, "stream=codec_name,sample_rate,channels"),
               "codec_name=pcm_s16le\nsample_rate=44100\nchannels=2\n");
 
     r = run(cmhost("convert " + tone + " " + dir.file("same.wav") + " --filter gain:gain-db=0"));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("run: wall"), std::string::npos);
+    ASSERT_EQ(r.status, 0) << r.errors;
+    EXPECT_NE(r.output.find("run: wall"), std::string::npos);
     const std::string original = decodedSamples(tone);
     EXPECT_EQ(original.size(), 44100u * 2 * 2);
     EXPECT_EQ(decodedSamples(dir.file("same.wav")), original);
 
     r = run(
         cmhost("convert " + tone + " " + dir.file("half.wav") + " --filter gain:gain-db=-6.0206"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.status, 0) << r.errors;
     const std::string half = decodedSamples(dir.file("half.wav"));
     const cmtest::Bytes in(original.begin(), original.end()), out(half.begin(), half.end());
     ASSERT_EQ(in.size(), out.size());
@@ -107,9 +102,9 @@ TEST(CmhostTest, ConvertsAudioThroughTheGainFilter) {
     EXPECT_LE(worst, 1);
 
     r = run(cmhost("info " + tone));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("importer: wav.importer"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("'audi'"), std::string::npos) << r.out;
+    ASSERT_EQ(r.status, 0) << r.errors;
+    EXPECT_NE(r.output.find("importer: wav.importer"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("'audi'"), std::string::npos) << r.output;
 }
 
 // cmhost info of a real MP4 (H.264 and AAC, written by ffmpeg) lists both tracks with their
@@ -122,14 +117,14 @@ TEST(CmhostTest, InfoShowsTheTracksOfAnMp4) {
                                "-i sine=d=0.4 -c:v libx264 -preset ultrafast -c:a aac",
                                media));
     const Result r = run(cmhost("info " + media));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
+    ASSERT_EQ(r.status, 0) << r.errors;
+    EXPECT_EQ(r.errors, "");
     for (const char* line :
          {"importer: av.importer\n", "tracks: 2\n",
           "track 1: 'vide' 'avc1', start 0.000 s, duration 0.400 s, 64x48, 25 fps, 10 pictures\n",
           "track 2: 'audi' 'mp4a', start 0.000 s, duration 0.400 s, 44100 Hz, 1 channels, "
           "17640 sample frames\n"}) {
-        EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
+        EXPECT_NE(r.output.find(line), std::string::npos) << line << r.output;
     }
 }
 
@@ -141,19 +136,20 @@ TEST(CmhostTest, ConvertsVideoThroughTheInvertFilter) {
     Result r = run(cmhost("generate video " + video +
                           " --seconds 0.4 --width 64 "
                           "--height 48 --fps 25"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.status, 0) << r.errors;
     EXPECT_EQ(probe(video, "stream=width,height,nb_read_frames"),
               "width=64\nheight=48\nnb_read_frames=10\n");
     r = run(cmhost("convert " + video + " " + inverted + " --filter invert"));
-    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.status, 0) << r.errors;
     EXPECT_EQ(probe(inverted, "stream=width,height,nb_read_frames"),
               "width=64\nheight=48\nnb_read_frames=10\n");
     const Result a = run("ffmpeg -v error -i " + video + " -f rawvideo -");
     const Result b = run("ffmpeg -v error -i " + inverted + " -f rawvideo -");
-    ASSERT_EQ(a.out.size(), b.out.size());
-    ASSERT_EQ(a.out.size(), 10u * (64 * 48 * 3 / 2));
-    for (size_t i = 0; i < a.out.size(); ++i) {
-        ASSERT_EQ(static_cast<unsigned char>(b.out[i]), 255 - static_cast<unsigned char>(a.out[i]))
+    ASSERT_EQ(a.output.size(), b.output.size());
+    ASSERT_EQ(a.output.size(), 10u * (64 * 48 * 3 / 2));
+    for (size_t i = 0; i < a.output.size(); ++i) {
+        ASSERT_EQ(static_cast<unsigned char>(b.output[i]),
+                  255 - static_cast<unsigned char>(a.output[i]))
             << "byte " << i;
     }
 }
@@ -188,7 +184,7 @@ std::string streamToFfmpeg(const cmtest::TempDir& dir, const std::string& input,
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     const Result sent = run(stream + " --sdp " + sdp);
-    EXPECT_EQ(sent.status, 0) << sent.err;
+    EXPECT_EQ(sent.status, 0) << sent.errors;
     receiver.join();
     EXPECT_EQ(cmtest::readText(sdp), cmtest::readText(first));
     return received.output + cmtest::readText(sdp);
@@ -250,7 +246,7 @@ TEST(CmhostTest, StreamsVideoAndAudioThatFfmpegDecodes) {
         const auto seconds = [&](const std::string& file) {
             return static_cast<double>(
                        run("ffmpeg -v error -i " + file + " -ac 1 -ar 48000 -f s16le -")
-                           .out.size()) /
+                           .output.size()) /
                    (2 * 48000);
         };
         EXPECT_NEAR(seconds(received), seconds(source), 0.02 * seconds(source));
@@ -267,7 +263,7 @@ TEST(CmhostTest, StreamRunsToItsEndWithoutAReceiver) {
     int port = 0;
     close(cmtest::loopbackServer(SOCK_DGRAM, &port));
     const Result r = run(cmhost("stream " + tone + " --rtp 127.0.0.1:" + std::to_string(port)));
-    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.status, 0) << r.errors;
 }
 
 // cmhost rtsp sends one request and prints the reply of a scripted server.
@@ -289,24 +285,24 @@ TEST(CmhostTest, RtspPrintsTheResponse) {
         run(cmhost("rtsp rtsp://127.0.0.1:" + std::to_string(port) + "/x --method OPTIONS"));
     server.join();
     close(listener);
-    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.status, 0) << r.errors;
     EXPECT_EQ(request.rfind("OPTIONS rtsp://127.0.0.1:", 0), 0u) << request;
-    EXPECT_NE(r.out.find("RTSP/1.0 200 OK"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("v=0"), std::string::npos) << r.out;
+    EXPECT_NE(r.output.find("RTSP/1.0 200 OK"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("v=0"), std::string::npos) << r.output;
 }
 
 // Components are listed by kind, and the ones this build makes pass the install check.
 TEST(CmhostTest, ListsComponentsThatPassTheCheck) {
     cmtest::TempDir dir;
     Result r = run(cmhost("components --check"));
-    ASSERT_EQ(r.status, 0) << r.err << r.out;
+    ASSERT_EQ(r.status, 0) << r.errors << r.output;
     for (const char* name : {"wav.importer", "wav.exporter", "y4m.importer", "y4m.exporter",
                              "gain.filter", "invert.filter", "l16.packetizer", "rtp.exporter"}) {
-        EXPECT_NE(r.out.find(name), std::string::npos) << name;
+        EXPECT_NE(r.output.find(name), std::string::npos) << name;
     }
-    EXPECT_NE(r.out.find("every component loads"), std::string::npos) << r.out;
+    EXPECT_NE(r.output.find("every component loads"), std::string::npos) << r.output;
     r = run(cmhost("components --kind filter"));
-    EXPECT_EQ(r.out.find("wav.importer"), std::string::npos);
+    EXPECT_EQ(r.output.find("wav.importer"), std::string::npos);
 }
 
 // The install check names each component directory that was left out and each component
@@ -328,7 +324,7 @@ TEST(CmhostTest, CheckSaysWhyEachBrokenComponentCannotServe) {
 
     const Result r = run(cmhost("--config " + components.configuration() + " components --check"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "cmhost: check failed: 2 left out, 5 cannot load\n");
+    EXPECT_EQ(r.errors, "cmhost: check failed: 2 left out, 5 cannot load\n");
     for (const std::string& reason : {
              std::string("broken.filter: parse error: line 1: "),
              std::string("empty.exporter: info.xml missing"),
@@ -342,9 +338,9 @@ TEST(CmhostTest, CheckSaysWhyEachBrokenComponentCannotServe) {
              "nullentry.filter: getComponentInstance of " +
                  module("nullentry.filter", "nullentry.so") + " made no component",
          }) {
-        EXPECT_NE(r.out.find("\n  " + reason), std::string::npos) << reason << "\n" << r.out;
+        EXPECT_NE(r.output.find("\n  " + reason), std::string::npos) << reason << "\n" << r.output;
     }
-    EXPECT_EQ(r.out.find("wav.exporter:"), std::string::npos) << r.out;
+    EXPECT_EQ(r.output.find("wav.exporter:"), std::string::npos) << r.output;
 }
 
 // A configuration or component definition that cannot be used fails in one line that names
@@ -397,14 +393,14 @@ TEST(CmhostTest, StartUpFailuresNameTheFileAndTheInstalledOne) {
     for (const auto& c : cases) {
         const Result r = run(cmhost(c.args));
         EXPECT_EQ(r.status, 1) << c.args;
-        EXPECT_EQ(r.err.rfind("cmhost: " + c.line + ": ", 0), 0u) << c.line << "\n" << r.err;
-        EXPECT_EQ(lineCount(r.err), 1u) << r.err;
+        EXPECT_EQ(r.errors.rfind("cmhost: " + c.line + ": ", 0), 0u) << c.line << "\n" << r.errors;
+        EXPECT_EQ(lineCount(r.errors), 1u) << r.errors;
     }
     const Result r = run(cmhost("-v " + cases[1].args));
     EXPECT_NE(
-        r.err.find("failed to load external entity \"" + dir.file("alone/cm-config.dtd") + "\""),
+        r.errors.find("failed to load external entity \"" + dir.file("alone/cm-config.dtd") + "\""),
         std::string::npos)
-        << r.err;
+        << r.errors;
 }
 
 // Every failure is one line on standard error and a non-zero status; a mistake in the
@@ -422,9 +418,9 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
              "info " + dir.file("garbage.mp4"),
          }) {
         const Result r = run(cmhost(args));
-        EXPECT_EQ(r.status, 1) << args << "\n" << r.err;
-        EXPECT_EQ(lineCount(r.err), 1u) << args << "\n" << r.err;
-        EXPECT_EQ(r.err.rfind("cmhost: ", 0), 0u) << r.err;
+        EXPECT_EQ(r.status, 1) << args << "\n" << r.errors;
+        EXPECT_EQ(lineCount(r.errors), 1u) << args << "\n" << r.errors;
+        EXPECT_EQ(r.errors.rfind("cmhost: ", 0), 0u) << r.errors;
     }
     const struct {
         std::string args;
@@ -444,8 +440,8 @@ TEST(CmhostTest, FailuresAreOneClearLine) {
     for (const auto& m : mistakes) {
         const Result r = run(cmhost(m.args));
         EXPECT_EQ(r.status, 2) << m.args;
-        EXPECT_EQ(r.err.rfind("cmhost: " + m.line + "\n" + m.usage, 0), 0u) << m.args << "\n"
-                                                                            << r.err;
+        EXPECT_EQ(r.errors.rfind("cmhost: " + m.line + "\n" + m.usage, 0), 0u) << m.args << "\n"
+                                                                               << r.errors;
     }
 }
 
@@ -455,10 +451,10 @@ TEST(CmhostTest, HelpOfEveryCommandAndVersionOfEachLibrary) {
     for (const char* command : {"components", "info", "convert", "generate", "stream", "rtsp"}) {
         const Result r = run(cmhost(std::string(command) + " --help"));
         EXPECT_EQ(r.status, 0) << command;
-        EXPECT_EQ(r.out.rfind(std::string("usage: cmhost ") + command, 0), 0u) << r.out;
+        EXPECT_EQ(r.output.rfind(std::string("usage: cmhost ") + command, 0), 0u) << r.output;
     }
     const Result r = run(cmhost("--version"));
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "cmhost " CM_VERSION "\nlibzr " CM_VERSION "\nlibzrcore " CM_VERSION
-                     "\nlibcm " CM_VERSION "\n");
+    EXPECT_EQ(r.output, "cmhost " CM_VERSION "\nlibzr " CM_VERSION "\nlibzrcore " CM_VERSION
+                        "\nlibcm " CM_VERSION "\n");
 }
