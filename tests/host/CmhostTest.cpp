@@ -9,15 +9,16 @@
 #include "support/MediaTools.h"
 #include "support/TestSupport.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,16 +32,23 @@ Result run(const std::string& command) {
     return cmtest::runCapturing(command);
 }
 
-// Whether a process has bound the UDP port of 127.0.0.1.
+// Whether a process has bound the UDP port, read from the kernel's socket table. Trying to
+// bind the port instead would, for that moment, take it from the process about to bind it.
 bool udpPortTaken(int port) {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool taken = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0;
-    close(fd);
-    return taken;
+    std::ifstream table("/proc/net/udp");
+    char wanted[8];
+    std::snprintf(wanted, sizeof wanted, ":%04X", port);
+    std::string line;
+    std::getline(table, line);  // the column names
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string slot, local;
+        fields >> slot >> local;  // local is ADDRESS:PORT in hexadecimal
+        if (local.size() > 5 && local.compare(local.size() - 5, 5, wanted) == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string cmhost(const std::string& args) {
