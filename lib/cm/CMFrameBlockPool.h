@@ -27,7 +27,8 @@ namespace CM {
 namespace FrameBlockPool {
 
 // A block of at least `bytes` bytes, from the pool when one of a fitting class is free,
-// else from malloc(); null when out of memory.
+// else from malloc(); null when out of memory. A large block fresh from malloc() has its
+// pages faulted in already.
 unsigned char* allocate(std::size_t bytes) noexcept;
 
 // Takes back a malloc() block (null is ignored): into the pool while its class and the
