@@ -139,6 +139,18 @@ std::vector<NalUnit> decodeSpropParameterSets(const std::string& text) {
     return units;
 }
 
+std::string encodeSpropParameterSets(const std::vector<NalUnit>& units) {
+    std::string text;
+    for (const NalUnit& unit : units) {
+        ZR::CBuffer bytes;
+        bytes.append(static_cast<int>(unit.size()), unit.data());
+        ZR::CString encoded;
+        encoded.encodeBase64(bytes, 0);
+        text += (text.empty() ? "" : ",") + std::string(encoded.c_str());
+    }
+    return text;
+}
+
 void appendAnnexB(std::vector<unsigned char>& out, const unsigned char* nal, std::size_t size) {
     static const unsigned char kStartCode[] = {0, 0, 0, 1};
     out.insert(out.end(), std::begin(kStartCode), std::end(kStartCode));

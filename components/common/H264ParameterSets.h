@@ -19,10 +19,15 @@ namespace cmcomponents {
 
 using NalUnit = std::vector<unsigned char>;
 
-// NAL unit types the network components look at.
+// NAL unit types the network components look at: those of the stream, then those that
+// only the RTP payload format uses, for several units in one packet (STAP-A) and for one
+// unit over several packets (FU-A).
 constexpr unsigned int kH264NalIdrSlice = 5;
 constexpr unsigned int kH264NalSequenceParameterSet = 7;
 constexpr unsigned int kH264NalPictureParameterSet = 8;
+constexpr unsigned int kH264NalAccessUnitDelimiter = 9;
+constexpr unsigned int kH264NalStapA = 24;
+constexpr unsigned int kH264NalFuA = 28;
 
 inline unsigned int h264NalType(unsigned char header) {
     return header & 0x1Fu;
@@ -43,6 +48,8 @@ bool readH264SequenceParameterSet(const unsigned char* nal, std::size_t size,
 // The NAL units of an sprop-parameter-sets value: base64 units separated by commas. Units
 // that do not decode are left out.
 std::vector<NalUnit> decodeSpropParameterSets(const std::string& text);
+// The sprop-parameter-sets value of the units, in order.
+std::string encodeSpropParameterSets(const std::vector<NalUnit>& units);
 
 // Appends the unit after a four-byte start code (00 00 00 01).
 void appendAnnexB(std::vector<unsigned char>& out, const unsigned char* nal, std::size_t size);

@@ -11,30 +11,7 @@ namespace cmcomponents {
 
 namespace {
 
-constexpr unsigned int kSequenceSet = 7;
-constexpr unsigned int kPictureSet = 8;
-constexpr unsigned int kIdrSlice = 5;
-constexpr unsigned int kDelimiter = 9;
-constexpr unsigned int kStapA = 24;
-constexpr unsigned int kFuA = 28;
-
-using ParameterSets = std::vector<std::vector<unsigned char>>;
-
-std::string base64(const std::vector<unsigned char>& bytes) {
-    static const char kDigits[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t n = std::min<std::size_t>(3, bytes.size() - i);
-        unsigned int group = bytes[i] << 16;
-        group |= n > 1 ? bytes[i + 1] << 8 : 0;
-        group |= n > 2 ? bytes[i + 2] : 0;
-        for (std::size_t k = 0; k < 4; ++k) {
-            text += k <= n ? kDigits[(group >> (18 - 6 * k)) & 63] : '=';
-        }
-    }
-    return text;
-}
+using ParameterSets = std::vector<NalUnit>;
 
 // The sets of an avcC record (ISO/IEC 14496-15), and its length prefix size; false when
 // the record is cut short.
@@ -70,16 +47,6 @@ bool readAvcC(const std::vector<unsigned char>& record, unsigned int& lengthSize
     return readSets(pictureCount, pictureSets);
 }
 
-std::string joinedBase64(const ParameterSets& first, const ParameterSets& second) {
-    std::string text;
-    for (const ParameterSets* sets : {&first, &second}) {
-        for (const auto& set : *sets) {
-            text += (text.empty() ? "" : ",") + base64(set);
-        }
-    }
-    return text;
-}
-
 }  // namespace
 
 int RH264Packetizer::describe(const CodedFormat& format, const RFrame* first,
@@ -106,10 +73,12 @@ int RH264Packetizer::describe(const CodedFormat& format, const RFrame* first,
     if (!mSequenceSets.empty() && mSequenceSets.front().size() >= 4) {
         // profile_idc, the constraint flags and level_idc: the three bytes after the header.
         const std::vector<unsigned char>& set = mSequenceSets.front();
+        ParameterSets allSets = mSequenceSets;
+        allSets.insert(allSets.end(), mPictureSets.begin(), mPictureSets.end());
         char profileLevel[8];
         std::snprintf(profileLevel, sizeof profileLevel, "%02X%02X%02X", set[1], set[2], set[3]);
         fmtp += std::string(";profile-level-id=") + profileLevel +
-                ";sprop-parameter-sets=" + joinedBase64(mSequenceSets, mPictureSets);
+                ";sprop-parameter-sets=" + encodeSpropParameterSets(allSets);
     }
     description.addAttribute(fmtp.c_str());
     return 0;
@@ -124,9 +93,9 @@ int RH264Packetizer::layOut(const RFrame& frame, CPayloadLayout& layout, std::st
         return std::any_of(mUnits.begin(), mUnits.end(),
                            [type](const Unit& unit) { return unit.type() == type; });
     };
-    if ((isKeyFrame(frame) || has(kIdrSlice)) && !has(kSequenceSet) && !mSequenceSets.empty()) {
+    if ((isKeyFrame(frame) || has(kH264NalIdrSlice)) && !has(kH264NalSequenceParameterSet) && !mSequenceSets.empty()) {
         // The sets go after an access unit delimiter, which must stay first.
-        auto at = mUnits.begin() + (!mUnits.empty() && mUnits.front().type() == kDelimiter);
+        auto at = mUnits.begin() + (!mUnits.empty() && mUnits.front().type() == kH264NalAccessUnitDelimiter);
         for (const ParameterSets* sets : {&mPictureSets, &mSequenceSets}) {
             for (auto set = sets->rbegin(); set != sets->rend(); ++set) {
                 at = mUnits.insert(at, Unit{set->data(), set->size()});
@@ -141,8 +110,8 @@ int RH264Packetizer::layOut(const RFrame& frame, CPayloadLayout& layout, std::st
 bool RH264Packetizer::split(const unsigned char* data, std::size_t size) {
     mUnits.clear();
     const auto add = [this](const unsigned char* unit, std::size_t length) {
-        const unsigned int type = length > 0 ? unit[0] & 0x1F : 0;
-        if (type != 0 && type < kStapA) {
+        const unsigned int type = length > 0 ? h264NalType(unit[0]) : 0;
+        if (type != 0 && type < kH264NalStapA) {
             mUnits.push_back(Unit{unit, length});
         }
     };
@@ -197,8 +166,9 @@ void RH264Packetizer::keepParameterSets() {
     }
     mPictureSets.clear();
     for (const Unit& unit : mUnits) {
-        if (unit.type() == kSequenceSet || unit.type() == kPictureSet) {
-            (unit.type() == kSequenceSet ? mSequenceSets : mPictureSets)
+        const unsigned int type = unit.type();
+        if (type == kH264NalSequenceParameterSet || type == kH264NalPictureParameterSet) {
+            (type == kH264NalSequenceParameterSet ? mSequenceSets : mPictureSets)
                 .emplace_back(unit.data, unit.data + unit.size);
         }
     }
@@ -245,7 +215,7 @@ void RH264Packetizer::layOutAggregate(std::size_t first, std::size_t end,
         forbidden |= mUnits[i].data[0] & 0x80;
         priority = std::max(priority, mUnits[i].data[0] & 0x60u);
     }
-    layout.appendByte(forbidden | priority | kStapA);
+    layout.appendByte(forbidden | priority | kH264NalStapA);
     for (std::size_t i = first; i < end; ++i) {
         layout.append16(static_cast<unsigned int>(mUnits[i].size));
         layout.append(mUnits[i].data, mUnits[i].size);
@@ -260,7 +230,7 @@ void RH264Packetizer::layOutFragments(const Unit& unit, CPayloadLayout& layout) 
     const std::size_t piece = maxPayload() - 2;
     for (std::size_t at = 1; at < unit.size; at += piece) {
         const std::size_t length = std::min(piece, unit.size - at);
-        layout.appendByte((header & 0xE0) | kFuA);
+        layout.appendByte((header & 0xE0) | kH264NalFuA);
         layout.appendByte((header & 0x1F) | (at == 1 ? 0x80 : 0) |
                           (at + length == unit.size ? 0x40 : 0));
         layout.append(unit.data + at, length);

@@ -22,6 +22,7 @@
 #ifndef CM_COMPONENTS_H264PACKETIZER_H
 #define CM_COMPONENTS_H264PACKETIZER_H
 
+#include "common/H264ParameterSets.h"
 #include "common/RTPPacketizer.h"
 
 #include <cstddef>
@@ -43,7 +44,7 @@ private:
     struct Unit {
         const unsigned char* data;
         std::size_t size;
-        unsigned int type() const noexcept { return data[0] & 0x1F; }
+        unsigned int type() const noexcept { return h264NalType(data[0]); }
     };
 
     // The NAL units of an access unit (mLengthSize says in which form), in mUnits; false

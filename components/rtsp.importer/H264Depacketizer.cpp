@@ -4,8 +4,6 @@ namespace cmcomponents {
 
 namespace {
 
-constexpr unsigned int kStapA = 24;
-constexpr unsigned int kFuA = 28;
 constexpr unsigned char kFuStart = 0x80;
 constexpr unsigned char kFuEnd = 0x40;
 constexpr std::size_t kStartCodeSize = 4;
@@ -79,9 +77,9 @@ void CH264Depacketizer::push(const CRtpPacket& packet, bool afterLoss, Sink& sin
             damage();
         }
         append(payload, size);
-    } else if (type == kStapA) {
+    } else if (type == kH264NalStapA) {
         aggregate(payload, size);
-    } else if (type == kFuA) {
+    } else if (type == kH264NalFuA) {
         fragment(payload, size);
     } else {
         damage();
