@@ -92,8 +92,8 @@ BENCHMARK(BM_MemcpySlices);
                                                    const unsigned char* bytes,
                                                    unsigned char* buffer) {
     const std::uint32_t words[3] = {
-        __builtin_bswap32(0x80000000u | (packet.mMarker & 1u) << 23 | packet.mSequenceNumber),
-        0, 0};
+        __builtin_bswap32(0x80000000u | (packet.mMarker & 1u) << 23 | packet.mSequenceNumber), 0,
+        0};
     std::memcpy(buffer, words, sizeof words);
     std::memcpy(buffer + RRTPPacket::kHeaderSize, bytes + packet.mOffset, packet.mLength);
     return RRTPPacket::kHeaderSize + packet.mLength;

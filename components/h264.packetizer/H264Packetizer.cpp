@@ -93,9 +93,11 @@ int RH264Packetizer::layOut(const RFrame& frame, CPayloadLayout& layout, std::st
         return std::any_of(mUnits.begin(), mUnits.end(),
                            [type](const Unit& unit) { return unit.type() == type; });
     };
-    if ((isKeyFrame(frame) || has(kH264NalIdrSlice)) && !has(kH264NalSequenceParameterSet) && !mSequenceSets.empty()) {
+    if ((isKeyFrame(frame) || has(kH264NalIdrSlice)) && !has(kH264NalSequenceParameterSet) &&
+        !mSequenceSets.empty()) {
         // The sets go after an access unit delimiter, which must stay first.
-        auto at = mUnits.begin() + (!mUnits.empty() && mUnits.front().type() == kH264NalAccessUnitDelimiter);
+        auto at = mUnits.begin() +
+                  (!mUnits.empty() && mUnits.front().type() == kH264NalAccessUnitDelimiter);
         for (const ParameterSets* sets : {&mPictureSets, &mSequenceSets}) {
             for (auto set = sets->rbegin(); set != sets->rend(); ++set) {
                 at = mUnits.insert(at, Unit{set->data(), set->size()});

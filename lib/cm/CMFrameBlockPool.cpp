@@ -1,9 +1,9 @@
 #include "CMFrameBlockPool.h"
 
 #include <malloc.h>
+#include <sanitizer/asan_interface.h>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <sanitizer/asan_interface.h>
 
 #include <atomic>
 #include <cstdint>
