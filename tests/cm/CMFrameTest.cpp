@@ -315,12 +315,6 @@ TEST(FrameTest, LargeBlocksPassBetweenThreadsIntact) {
 #endif
 }
 
-static long minorFaultsOfThisThread() {
-    rusage usage{};
-    getrusage(RUSAGE_THREAD, &usage);
-    return usage.ru_minflt;
-}
-
 // A fresh large block arrives with its pages in place, so that filling the first frames of
 // a stream of pictures does not trap into the kernel for every 4 KiB.
 TEST(FrameTest, FreshLargeBlockIsFilledWithoutPageFaults) {
@@ -329,6 +323,11 @@ TEST(FrameTest, FreshLargeBlockIsFilledWithoutPageFaults) {
 #else
     // 1.25 MiB: a block class nothing else in this process has released into the pool.
     constexpr unsigned int kSize = 5u << 18;
+    const auto minorFaultsOfThisThread = [] {
+        rusage usage{};
+        getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_minflt;
+    };
     RPtr<RFrame> frame(RVideoFrame::create(kSize));
     const long before = minorFaultsOfThisThread();
     std::memset(frame->getData(), 0x5A, kSize);
