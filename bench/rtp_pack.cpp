@@ -54,36 +54,40 @@ const Packetized& packetized() {
     return data;
 }
 
-void BM_PackFrame(benchmark::State& state) {
+// Runs `step(packet, bytes, buffer)` for every packet of the frame in each iteration, and
+// counts packets and payload bytes.
+template <typename Step>
+void eachPacket(benchmark::State& state, Step step) {
     const Packetized& data = packetized();
+    const unsigned char* bytes = data.frame->getData();
     unsigned char buffer[RRTPPacket::kHeaderSize + kSlice];
     for (auto _ : state) {
         for (const RPtr<RRTPPacket>& packet : data.frame->getPackets()) {
-            unsigned int size;
-            packet->pack(data.description.addr(), data.frame.addr(), buffer, &size);
+            step(*packet, bytes, buffer);
             benchmark::DoNotOptimize(buffer);
-            benchmark::DoNotOptimize(size);
         }
     }
     const auto packets = static_cast<int64_t>(data.frame->getPackets().size());
     state.SetItemsProcessed(state.iterations() * packets);
     state.SetBytesProcessed(state.iterations() * kFrameSize);
 }
+
+void BM_PackFrame(benchmark::State& state) {
+    const Packetized& data = packetized();
+    eachPacket(state,
+               [&data](const RRTPPacket& packet, const unsigned char*, unsigned char* buffer) {
+                   unsigned int size;
+                   packet.pack(data.description.addr(), data.frame.addr(), buffer, &size);
+                   benchmark::DoNotOptimize(size);
+               });
+}
 BENCHMARK(BM_PackFrame);
 
 void BM_MemcpySlices(benchmark::State& state) {
-    const Packetized& data = packetized();
-    const unsigned char* bytes = data.frame->getData();
-    unsigned char buffer[RRTPPacket::kHeaderSize + kSlice];
-    for (auto _ : state) {
-        for (const RPtr<RRTPPacket>& packet : data.frame->getPackets()) {
-            std::memcpy(buffer + RRTPPacket::kHeaderSize, bytes + packet->mOffset, packet->mLength);
-            benchmark::DoNotOptimize(buffer);
-        }
-    }
-    const auto packets = static_cast<int64_t>(data.frame->getPackets().size());
-    state.SetItemsProcessed(state.iterations() * packets);
-    state.SetBytesProcessed(state.iterations() * kFrameSize);
+    eachPacket(
+        state, [](const RRTPPacket& packet, const unsigned char* bytes, unsigned char* buffer) {
+            std::memcpy(buffer + RRTPPacket::kHeaderSize, bytes + packet.mOffset, packet.mLength);
+        });
 }
 BENCHMARK(BM_MemcpySlices);
 
@@ -100,18 +104,10 @@ BENCHMARK(BM_MemcpySlices);
 }
 
 void BM_MemcpySlicesWithLeastHeader(benchmark::State& state) {
-    const Packetized& data = packetized();
-    const unsigned char* bytes = data.frame->getData();
-    unsigned char buffer[RRTPPacket::kHeaderSize + kSlice];
-    for (auto _ : state) {
-        for (const RPtr<RRTPPacket>& packet : data.frame->getPackets()) {
-            benchmark::DoNotOptimize(copyWithLeastHeader(*packet, bytes, buffer));
-            benchmark::DoNotOptimize(buffer);
-        }
-    }
-    const auto packets = static_cast<int64_t>(data.frame->getPackets().size());
-    state.SetItemsProcessed(state.iterations() * packets);
-    state.SetBytesProcessed(state.iterations() * kFrameSize);
+    eachPacket(state,
+               [](const RRTPPacket& packet, const unsigned char* bytes, unsigned char* buffer) {
+                   benchmark::DoNotOptimize(copyWithLeastHeader(packet, bytes, buffer));
+               });
 }
 BENCHMARK(BM_MemcpySlicesWithLeastHeader);
 
