@@ -116,7 +116,9 @@ bool put(int index, unsigned char* block) {
 // block of a megabyte is otherwise faulted in page by page as the frame is first filled,
 // a trap into the kernel for every 4 KiB, which on a virtual machine costs more than the
 // filling itself. Pages malloc() had already used are only walked. Kernels before 5.14
-// refuse the advice, and the pages then fault in as before.
+// refuse the advice, and the pages then fault in as before. The whole class is mapped, so a
+// frame smaller than its class holds up to a quarter more memory than it fills; the next
+// frame the pool gives that block to may fill it.
 void prefault(unsigned char* block, std::size_t bytes) noexcept {
     if (!block) {
         return;
